@@ -1,0 +1,240 @@
+#include "BrainClient.h"
+
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <cmath>
+
+#include "Tokens.h"
+
+namespace quarl {
+namespace asio = boost::asio;
+namespace json = boost::json;
+
+namespace {
+
+constexpr std::chrono::seconds requestTimeout{60};
+constexpr std::chrono::seconds renewalMargin{60};
+constexpr std::string_view jsonContentType = "application/json";
+
+std::optional<std::string> textMember(const json::value& body, std::string_view key) {
+  if (!body.is_object()) return std::nullopt;
+  const auto* member = body.as_object().if_contains(key);
+  if (!member || !member->is_string()) return std::nullopt;
+  return std::string(member->as_string());
+}
+
+// A refusal as a Failure: the code from "code", else "error", else `defaultCode`; the
+// message from "message", else `defaultMessage`. A body that is not JSON gives the defaults.
+BrainClientFailure refusalFailure(int status, std::string_view body, std::string defaultCode,
+                                  std::string defaultMessage) {
+  boost::system::error_code error;
+  auto problem = json::parse(body, error);
+  if (error) problem.emplace_null();
+  auto code = textMember(problem, "code");
+  if (!code) code = textMember(problem, "error");
+  auto message = textMember(problem, "message");
+  return BrainClientFailure::http(status, code.value_or(std::move(defaultCode)),
+                                  message.value_or(std::move(defaultMessage)));
+}
+
+// Boost.JSON would write infinity as a bare `Infinity`, which is not JSON.
+bool holdsNonFiniteNumber(const json::value& value) {
+  switch (value.kind()) {
+    case json::kind::double_: return !std::isfinite(value.get_double());
+    case json::kind::array:
+      for (const auto& element : value.get_array())
+        if (holdsNonFiniteNumber(element)) return true;
+      return false;
+    case json::kind::object:
+      for (const auto& member : value.get_object())
+        if (holdsNonFiniteNumber(member.value())) return true;
+      return false;
+    default: return false;
+  }
+}
+
+}  // namespace
+
+// The one token exchange under way: every caller that needs a renewal meanwhile awaits it.
+// The timer is only a signal; it never expires by itself.
+struct BrainClient::RenewalFlight {
+  explicit RenewalFlight(const asio::any_io_executor& executor) : done(executor, asio::steady_timer::time_point::max()) {}
+
+  asio::awaitable<Result<Credentials>> outcome() {
+    while (!result) co_await done.async_wait(asio::as_tuple(asio::use_awaitable));
+    co_return *result;
+  }
+  void finish(Result<Credentials> value) {
+    result = std::move(value);
+    done.cancel();
+  }
+
+  asio::steady_timer done;
+  std::optional<Result<Credentials>> result;
+};
+
+BrainClient::BrainClient(asio::any_io_executor executor, std::string baseURL, ClientIdentity identity,
+                         std::optional<Credentials> credentials, std::shared_ptr<HttpTransport> transport,
+                         std::shared_ptr<const Clock> clock, TokensCallback onTokens)
+    : strand_(asio::make_strand(std::move(executor))),
+      baseURL_(std::move(baseURL)),
+      identity_(std::move(identity)),
+      credentials_(std::move(credentials)),
+      transport_(std::move(transport)),
+      clock_(std::move(clock)),
+      onTokens_(std::move(onTokens)) {}
+
+BrainClient::~BrainClient() = default;
+
+asio::awaitable<BrainClient::Result<json::value>> BrainClient::call(QuarlEndpoint endpoint,
+                                                                    std::optional<json::object> body) {
+  std::optional<std::string> text;
+  if (body) {
+    if (holdsNonFiniteNumber(*body)) {
+      co_return Failure::transport("the request held a number JSON cannot carry, so it was not sent");
+    }
+    text = json::serialize(*body);
+  }
+  auto response = co_await asio::co_spawn(
+      strand_, signedRequest(std::move(endpoint), std::move(text), std::string(jsonContentType), {}),
+      asio::use_awaitable);
+  if (!response) co_return response.error();
+
+  if (response->status < 200 || response->status > 299) {
+    co_return refusalFailure(response->status, response->body, "error", "The request was refused.");
+  }
+  if (response->body.empty()) co_return json::value();
+  boost::system::error_code error;
+  auto answer = json::parse(response->body, error);
+  if (error) co_return Failure::decoding(error.message());
+  co_return answer;
+}
+
+asio::awaitable<BrainClient::Result<BrainClient::RawAnswer>> BrainClient::send(QuarlEndpoint endpoint,
+                                                                              std::optional<std::string> body,
+                                                                              std::optional<std::string> contentType,
+                                                                              HttpHeaders headers) {
+  auto response = co_await asio::co_spawn(
+      strand_, signedRequest(std::move(endpoint), std::move(body), contentType.value_or(""), std::move(headers)),
+      asio::use_awaitable);
+  if (!response) co_return response.error();
+  co_return RawAnswer{response->status, std::move(response->body)};
+}
+
+asio::awaitable<BrainClient::Result<HttpResponse>> BrainClient::signedRequest(QuarlEndpoint endpoint,
+                                                                             std::optional<std::string> body,
+                                                                             std::string contentType,
+                                                                             HttpHeaders extraHeaders) {
+  if (!credentials_) co_return Failure::notSignedIn();
+  const Credentials used = *credentials_;
+  auto first = co_await signedAttempt(endpoint, body, contentType, extraHeaders, used);
+  if (!first || first->status != 401) co_return first;
+
+  // Renew against the token this request used, so that a rotation made meanwhile by another
+  // caller is taken up instead of presenting the refresh token again. Then the one retry; a
+  // second 401 goes back to the caller as it is.
+  auto renewed = co_await refresh(used.accessToken);
+  if (!renewed) co_return renewed.error();
+  co_return co_await signedAttempt(std::move(endpoint), std::move(body), std::move(contentType),
+                                   std::move(extraHeaders), *renewed);
+}
+
+asio::awaitable<BrainClient::Result<HttpResponse>> BrainClient::signedAttempt(QuarlEndpoint endpoint,
+                                                                             std::optional<std::string> body,
+                                                                             std::string contentType,
+                                                                             HttpHeaders extraHeaders,
+                                                                             Credentials signedWith) {
+  HttpRequest request{std::string(endpoint.method), serviceURL(baseURL_, endpoint.path),
+                      identityHeaders(std::move(contentType)), std::move(body), requestTimeout};
+  request.headers.emplace_back("authorization", "Bearer " + signedWith.accessToken);
+  request.headers.emplace_back("x-quarl-device", signedWith.deviceId);
+  for (auto& header : extraHeaders) request.headers.push_back(std::move(header));
+
+  auto response = co_await transport_->perform(std::move(request));
+  if (!response) co_return Failure::transport(response.error());
+  co_return std::move(*response);
+}
+
+HttpHeaders BrainClient::identityHeaders(std::string contentType) const {
+  HttpHeaders headers;
+  headers.emplace_back("content-type", std::move(contentType));
+  headers.emplace_back("x-quarl-platform", identity_.platform);
+  headers.emplace_back("x-quarl-build", std::to_string(identity_.build));
+  headers.emplace_back("x-quarl-version", identity_.version);
+  return headers;
+}
+
+asio::awaitable<BrainClient::Result<std::string>> BrainClient::usableAccessToken() {
+  co_return co_await asio::co_spawn(strand_, usableAccessTokenOnStrand(), asio::use_awaitable);
+}
+
+asio::awaitable<BrainClient::Result<std::string>> BrainClient::usableAccessTokenOnStrand() {
+  if (credentials_ && accessTokenIsUsable(credentials_->accessToken, renewalMargin, clock_->now())) {
+    co_return credentials_->accessToken;
+  }
+  auto renewed = co_await refresh(credentials_ ? std::optional(credentials_->accessToken) : std::nullopt);
+  if (!renewed) co_return renewed.error();
+  co_return renewed->accessToken;
+}
+
+asio::awaitable<BrainClient::Result<std::string>> BrainClient::renew() {
+  co_return co_await asio::co_spawn(strand_, renewOnStrand(), asio::use_awaitable);
+}
+
+asio::awaitable<BrainClient::Result<std::string>> BrainClient::renewOnStrand() {
+  auto renewed = co_await refresh(credentials_ ? std::optional(credentials_->accessToken) : std::nullopt);
+  if (!renewed) co_return renewed.error();
+  co_return renewed->accessToken;
+}
+
+asio::awaitable<std::optional<std::string>> BrainClient::currentAccessToken() {
+  co_await asio::dispatch(strand_, asio::use_awaitable);
+  co_return credentials_ ? std::optional(credentials_->accessToken) : std::nullopt;
+}
+
+asio::awaitable<BrainClient::Result<Credentials>> BrainClient::refresh(std::optional<std::string> after) {
+  if (credentials_ && after && credentials_->accessToken != *after) co_return *credentials_;
+  if (auto flight = refreshInFlight_) co_return co_await flight->outcome();
+  if (!credentials_) co_return Failure::notSignedIn();
+
+  auto flight = std::make_shared<RenewalFlight>(strand_);
+  refreshInFlight_ = flight;
+  auto renewed = co_await exchange(credentials_->refreshToken, credentials_->deviceId);
+  refreshInFlight_.reset();
+  if (renewed) credentials_ = *renewed;
+  flight->finish(renewed);
+  co_return renewed;
+}
+
+asio::awaitable<BrainClient::Result<Credentials>> BrainClient::exchange(std::string refreshToken, std::string deviceId) {
+  const auto endpoint = QuarlEndpoint::tokenExchange();
+  HttpRequest request{std::string(endpoint.method), serviceURL(baseURL_, endpoint.path),
+                      identityHeaders(std::string(jsonContentType)),
+                      json::serialize(json::object{{"refreshToken", refreshToken}}), requestTimeout};
+  auto response = co_await transport_->perform(std::move(request));
+  if (!response) co_return Failure::transport(response.error());
+
+  const int status = response->status;
+  if (status < 200 || status > 299) {
+    // A refused refresh token (4xx) means the session is gone; a rate limit or a server
+    // fault is something a later attempt may cure.
+    const bool rejected = status >= 400 && status <= 499 && status != 429;
+    co_return refusalFailure(status, response->body, rejected ? "invalid_token" : "unavailable",
+                             "Quarl could not renew this Mac's sign-in.");
+  }
+  boost::system::error_code error;
+  const auto answer = json::parse(response->body, error);
+  auto access = error ? std::nullopt : textMember(answer, "accessToken");
+  auto refresh = error ? std::nullopt : textMember(answer, "refreshToken");
+  if (!access || !refresh) co_return Failure::decoding("the refresh response carried no token pair");
+
+  Credentials renewed{std::move(*access), std::move(*refresh), std::move(deviceId)};
+  if (onTokens_) onTokens_(renewed.accessToken, renewed.refreshToken);
+  co_return renewed;
+}
+
+}  // namespace quarl

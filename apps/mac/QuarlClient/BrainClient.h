@@ -1,0 +1,97 @@
+#pragma once
+
+#include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/awaitable.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/json/object.hpp>
+#include <boost/json/value.hpp>
+#include <boost/json/value_to.hpp>
+#include <boost/system/result.hpp>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "BrainClientFailure.h"
+#include "ClientIdentity.h"
+#include "Clock.h"
+#include "Credentials.h"
+#include "Endpoints.h"
+#include "HttpTransport.h"
+
+namespace quarl {
+
+// The companion's only client of the service's API. It signs every request with the Mac's
+// credentials, renews the access token once on a 401 and turns every refusal into a Failure.
+//
+// Serialised: all of its state lives on its own strand, and every public operation hops onto
+// it, so callers on any executor may share one client. The object must outlive the operations
+// awaited on it.
+class BrainClient {
+ public:
+  using Failure = BrainClientFailure;
+  template <class T>
+  using Result = boost::system::result<T, Failure>;
+  // Told after every rotation, so that the owner can persist the new pair.
+  using TokensCallback = std::function<void(const std::string& accessToken, const std::string& refreshToken)>;
+
+  struct RawAnswer {
+    int status = 0;
+    std::string body;
+  };
+
+  BrainClient(boost::asio::any_io_executor executor, std::string baseURL, ClientIdentity identity,
+              std::optional<Credentials> credentials, std::shared_ptr<HttpTransport> transport,
+              std::shared_ptr<const Clock> clock, TokensCallback onTokens);
+  ~BrainClient();
+
+  // A JSON endpoint: the answer's body as JSON (null when the body is empty).
+  boost::asio::awaitable<Result<boost::json::value>> call(QuarlEndpoint endpoint,
+                                                          std::optional<boost::json::object> body);
+
+  // A JSON endpoint whose answer is decoded as T (through Boost.JSON's value_to).
+  template <class T>
+  boost::asio::awaitable<Result<T>> call(QuarlEndpoint endpoint, std::optional<boost::json::object> body) {
+    auto answer = co_await call(std::move(endpoint), std::move(body));
+    if (!answer) co_return answer.error();
+    auto decoded = boost::json::try_value_to<T>(*answer);
+    if (!decoded) co_return Failure::decoding(decoded.error().message());
+    co_return std::move(*decoded);
+  }
+
+  // A raw endpoint: the status and body as they came, refusals included.
+  boost::asio::awaitable<Result<RawAnswer>> send(QuarlEndpoint endpoint, std::optional<std::string> body,
+                                                 std::optional<std::string> contentType, HttpHeaders headers);
+
+  // An access token with more than 60 s of life left, renewing first if needed.
+  boost::asio::awaitable<Result<std::string>> usableAccessToken();
+  // Rotates the pair now and returns the new access token.
+  boost::asio::awaitable<Result<std::string>> renew();
+  // Read on the client's strand.
+  boost::asio::awaitable<std::optional<std::string>> currentAccessToken();
+
+ private:
+  struct RenewalFlight;
+
+  boost::asio::awaitable<Result<HttpResponse>> signedRequest(QuarlEndpoint endpoint, std::optional<std::string> body,
+                                                              std::string contentType, HttpHeaders extraHeaders);
+  boost::asio::awaitable<Result<HttpResponse>> signedAttempt(QuarlEndpoint endpoint, std::optional<std::string> body,
+                                                              std::string contentType, HttpHeaders extraHeaders,
+                                                              Credentials signedWith);
+  boost::asio::awaitable<Result<Credentials>> refresh(std::optional<std::string> after);
+  boost::asio::awaitable<Result<Credentials>> exchange(std::string refreshToken, std::string deviceId);
+  boost::asio::awaitable<Result<std::string>> usableAccessTokenOnStrand();
+  boost::asio::awaitable<Result<std::string>> renewOnStrand();
+  HttpHeaders identityHeaders(std::string contentType) const;
+
+  boost::asio::strand<boost::asio::any_io_executor> strand_;
+  std::string baseURL_;
+  ClientIdentity identity_;
+  std::optional<Credentials> credentials_;
+  std::shared_ptr<HttpTransport> transport_;
+  std::shared_ptr<const Clock> clock_;
+  TokensCallback onTokens_;
+  std::shared_ptr<RenewalFlight> refreshInFlight_;
+};
+
+}  // namespace quarl

@@ -1,0 +1,34 @@
+#include "BrainClientFailure.h"
+
+namespace quarl {
+
+BrainClientFailure BrainClientFailure::http(int status, std::string code, std::string message) {
+  return BrainClientFailure(Http{status, std::move(code), std::move(message)});
+}
+BrainClientFailure BrainClientFailure::transport(std::string detail) {
+  return BrainClientFailure(Transport{std::move(detail)});
+}
+BrainClientFailure BrainClientFailure::decoding(std::string detail) {
+  return BrainClientFailure(Decoding{std::move(detail)});
+}
+BrainClientFailure BrainClientFailure::notSignedIn() { return BrainClientFailure(NotSignedIn{}); }
+
+std::string BrainClientFailure::description() const {
+  struct Describe {
+    std::string operator()(const Http& h) const {
+      return std::to_string(h.status) + " " + h.code + ": " + h.message;
+    }
+    std::string operator()(const Transport& t) const { return "Could not reach Quarl: " + t.detail; }
+    std::string operator()(const Decoding& d) const { return "Quarl sent something unexpected: " + d.detail; }
+    std::string operator()(const NotSignedIn&) const { return "This Mac is not signed in to Quarl."; }
+  };
+  return std::visit(Describe{}, value_);
+}
+
+bool BrainClientFailure::isSessionGone() const {
+  if (isNotSignedIn()) return true;
+  const auto* http = asHttp();
+  return http && (http->code == "reuse_detected" || http->code == "invalid_token");
+}
+
+}  // namespace quarl

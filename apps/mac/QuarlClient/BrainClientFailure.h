@@ -1,0 +1,48 @@
+#pragma once
+
+#include <string>
+#include <variant>
+
+namespace quarl {
+
+// The one failure of every service call. Its description is the sentence the user or the
+// log sees.
+class BrainClientFailure {
+ public:
+  struct Http {
+    int status;
+    std::string code;
+    std::string message;
+  };
+  struct Transport {
+    std::string detail;
+  };
+  struct Decoding {
+    std::string detail;
+  };
+  struct NotSignedIn {};
+
+  // boost::system::result needs a default value; a result that holds a value never shows it.
+  BrainClientFailure() : value_(NotSignedIn{}) {}
+
+  static BrainClientFailure http(int status, std::string code, std::string message);
+  static BrainClientFailure transport(std::string detail);
+  static BrainClientFailure decoding(std::string detail);
+  static BrainClientFailure notSignedIn();
+
+  std::string description() const;
+  // True when this Mac must sign in again; false when a later attempt may succeed.
+  bool isSessionGone() const;
+
+  const Http* asHttp() const { return std::get_if<Http>(&value_); }
+  bool isTransport() const { return std::holds_alternative<Transport>(value_); }
+  bool isDecoding() const { return std::holds_alternative<Decoding>(value_); }
+  bool isNotSignedIn() const { return std::holds_alternative<NotSignedIn>(value_); }
+
+ private:
+  using Value = std::variant<Http, Transport, Decoding, NotSignedIn>;
+  explicit BrainClientFailure(Value value) : value_(std::move(value)) {}
+  Value value_;
+};
+
+}  // namespace quarl

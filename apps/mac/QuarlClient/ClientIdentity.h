@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace quarl {
+
+// Who is calling the service: built once at start-up from the build and the system.
+struct ClientIdentity {
+  std::string platform;
+  std::int64_t build = 0;
+  std::string version;
+  std::string deviceName;
+  std::string osVersion;
+};
+
+}  // namespace quarl

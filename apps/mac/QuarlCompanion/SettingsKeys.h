@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string_view>
+
+// The user-defaults keys and keychain accounts of the companion core.
+namespace quarl::keys {
+
+inline constexpr std::string_view baseURL = "QuarlBaseURL";
+inline constexpr std::string_view apiURL = "QuarlApiURL";
+inline constexpr std::string_view deviceId = "QuarlDeviceId";
+inline constexpr std::string_view imessageChannelId = "QuarlImessageChannelId";
+inline constexpr std::string_view smsChannelId = "QuarlSmsChannelId";
+inline constexpr std::string_view whatsappChannelId = "QuarlWhatsappChannelId";
+inline constexpr std::string_view whatsappHostsSession = "QuarlWhatsappHostsSession";
+inline constexpr std::string_view askedAboutLogin = "QuarlAskedAboutLogin";
+inline constexpr std::string_view installId = "QuarlInstallId";
+inline constexpr std::string_view keepAwakeWhileWorking = "QuarlKeepAwakeWhileWorking";
+
+inline constexpr std::string_view accessTokenAccount = "accessToken";
+inline constexpr std::string_view refreshTokenAccount = "refreshToken";
+
+}  // namespace quarl::keys

@@ -1,0 +1,128 @@
+#include "JsonObjectFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "DateText.h"
+#include "QuarlLog.h"
+#include "Utf16Text.h"
+
+namespace quarl {
+namespace fs = std::filesystem;
+
+namespace {
+
+// A name for a set-aside file that sorts by time and is safe in any file system.
+std::string asideSuffix(SystemTime now) {
+  std::string stamp = iso8601(now);
+  for (auto& c : stamp) {
+    if (c == ':') c = '-';
+  }
+  return ".corrupt-" + stamp;
+}
+
+bool writeAll(int fd, const std::string& text) {
+  std::size_t written = 0;
+  while (written < text.size()) {
+    const auto n = ::write(fd, text.data() + written, text.size() - written);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    written += static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+}  // namespace
+
+fs::path configDirectory() {
+  if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg) return fs::path(xdg) / "quarl";
+  const char* home = std::getenv("HOME");
+  return fs::path(home && *home ? home : ".") / ".config" / "quarl";
+}
+
+JsonObjectFile::JsonObjectFile(fs::path path, mode_t mode, const Clock& clock)
+    : path_(std::move(path)), mode_(mode) {
+  load(clock);
+}
+
+void JsonObjectFile::load(const Clock& clock) {
+  std::error_code exists;
+  if (!fs::exists(path_, exists)) return;
+
+  std::ifstream in(path_, std::ios::binary);
+  std::stringstream text;
+  if (in.is_open()) text << in.rdbuf();
+  if (!in.is_open() || in.bad()) {
+    writable_ = false;
+    QuarlLog::say("quarl: could not read " + path_.string() + " (" + std::strerror(errno) +
+                  ") — leaving it untouched; changes this run are kept in memory only");
+    return;
+  }
+
+  boost::system::error_code error;
+  auto parsed = boost::json::parse(text.str(), error);
+  if (!error && parsed.is_object()) {
+    object_ = std::move(parsed.as_object());
+    return;
+  }
+  auto aside = path_;
+  aside += asideSuffix(clock.now());
+  std::error_code renamed;
+  fs::rename(path_, aside, renamed);
+  if (renamed) {
+    writable_ = false;
+    QuarlLog::say("quarl: " + path_.string() + " is not a JSON object and could not be set aside (" +
+                  renamed.message() + ") — starting without it and leaving it untouched");
+    return;
+  }
+  QuarlLog::say("quarl: " + path_.string() + " is not a JSON object — set it aside as " + aside.string() +
+                " and started without it");
+}
+
+boost::json::object JsonObjectFile::snapshot() const {
+  std::lock_guard lock(mutex_);
+  return object_;
+}
+
+bool JsonObjectFile::save(boost::json::object next) {
+  std::lock_guard lock(mutex_);
+  if (!writable_) return false;
+  // Boost.JSON writes string bytes as they are; text that is not UTF-8 would make the whole
+  // file unreadable next time.
+  const auto text = boost::json::serialize(next);
+  if (!isValidUtf8(text) || !writeAtomically(text)) return false;
+  object_ = std::move(next);
+  return true;
+}
+
+bool JsonObjectFile::writeAtomically(const std::string& text) const {
+  std::error_code error;
+  fs::create_directories(path_.parent_path(), error);
+  if (error) return false;
+  std::string temporary = path_.string() + ".XXXXXX";
+  const int fd = ::mkstemp(temporary.data());
+  if (fd < 0) return false;
+  const bool written = ::fchmod(fd, mode_) == 0 && writeAll(fd, text) && ::fsync(fd) == 0;
+  const bool closed = ::close(fd) == 0;
+  if (!written || !closed || ::rename(temporary.c_str(), path_.c_str()) != 0) {
+    ::unlink(temporary.c_str());
+    return false;
+  }
+  // The rename is lasting only once the folder itself reaches the disk.
+  if (const int dir = ::open(path_.parent_path().c_str(), O_RDONLY | O_DIRECTORY); dir >= 0) {
+    ::fsync(dir);
+    ::close(dir);
+  }
+  return true;
+}
+
+}  // namespace quarl

@@ -1,0 +1,70 @@
+#include "Utf16Text.h"
+
+#include <algorithm>
+
+#include <utf8proc.h>
+
+namespace quarl {
+namespace {
+
+constexpr utf8proc_int32_t replacementCharacter = 0xFFFD;
+
+struct Decoded {
+  utf8proc_int32_t codePoint;
+  std::size_t bytes;
+  bool valid;
+};
+
+// One code point from the front of `text`; an invalid sequence gives U+FFFD for its first byte.
+Decoded decodeFront(std::string_view text) {
+  utf8proc_int32_t codePoint = 0;
+  const auto consumed = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                                         static_cast<utf8proc_ssize_t>(text.size()), &codePoint);
+  if (consumed <= 0) return {replacementCharacter, 1, false};
+  return {codePoint, static_cast<std::size_t>(consumed), true};
+}
+
+std::size_t utf16Units(utf8proc_int32_t codePoint) { return codePoint > 0xFFFF ? 2 : 1; }
+
+void appendUtf8(std::string& out, utf8proc_int32_t codePoint) {
+  utf8proc_uint8_t buffer[4];
+  const auto length = utf8proc_encode_char(codePoint, buffer);
+  out.append(reinterpret_cast<const char*>(buffer), static_cast<std::size_t>(length));
+}
+
+}  // namespace
+
+std::size_t utf16Length(std::string_view text) {
+  std::size_t units = 0;
+  while (!text.empty()) {
+    const auto decoded = decodeFront(text);
+    units += utf16Units(decoded.codePoint);
+    text.remove_prefix(decoded.bytes);
+  }
+  return units;
+}
+
+bool isValidUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const auto decoded = decodeFront(text);
+    if (!decoded.valid) return false;
+    text.remove_prefix(decoded.bytes);
+  }
+  return true;
+}
+
+std::string utf16Prefix(std::string_view text, std::size_t limit) {
+  std::string out;
+  out.reserve(std::min(text.size(), limit * 3));
+  std::size_t units = 0;
+  while (!text.empty()) {
+    const auto decoded = decodeFront(text);
+    units += utf16Units(decoded.codePoint);
+    if (units > limit) break;
+    appendUtf8(out, decoded.codePoint);
+    text.remove_prefix(decoded.bytes);
+  }
+  return out;
+}
+
+}  // namespace quarl
