@@ -176,7 +176,8 @@ asio::awaitable<BrainClient::Result<std::string>> BrainClient::usableAccessToken
   if (credentials_ && accessTokenIsUsable(credentials_->accessToken, renewalMargin, clock_->now())) {
     co_return credentials_->accessToken;
   }
-  auto renewed = co_await refresh(credentials_ ? std::optional(credentials_->accessToken) : std::nullopt);
+  auto held = heldAccessToken();
+  auto renewed = co_await refresh(std::move(held));
   if (!renewed) co_return renewed.error();
   co_return renewed->accessToken;
 }
@@ -186,14 +187,22 @@ asio::awaitable<BrainClient::Result<std::string>> BrainClient::renew() {
 }
 
 asio::awaitable<BrainClient::Result<std::string>> BrainClient::renewOnStrand() {
-  auto renewed = co_await refresh(credentials_ ? std::optional(credentials_->accessToken) : std::nullopt);
+  auto held = heldAccessToken();
+  auto renewed = co_await refresh(std::move(held));
   if (!renewed) co_return renewed.error();
   co_return renewed->accessToken;
 }
 
 asio::awaitable<std::optional<std::string>> BrainClient::currentAccessToken() {
   co_await asio::dispatch(strand_, asio::use_awaitable);
-  co_return credentials_ ? std::optional(credentials_->accessToken) : std::nullopt;
+  co_return heldAccessToken();
+}
+
+// Named, not written inline: GCC 12 destroys a temporary made by ?: inside a co_await
+// expression twice.
+std::optional<std::string> BrainClient::heldAccessToken() const {
+  if (!credentials_) return std::nullopt;
+  return credentials_->accessToken;
 }
 
 asio::awaitable<BrainClient::Result<Credentials>> BrainClient::refresh(std::optional<std::string> after) {
@@ -223,7 +232,8 @@ asio::awaitable<BrainClient::Result<Credentials>> BrainClient::exchange(std::str
     // A refused refresh token (4xx) means the session is gone; a rate limit or a server
     // fault is something a later attempt may cure.
     const bool rejected = status >= 400 && status <= 499 && status != 429;
-    co_return refusalFailure(status, response->body, rejected ? "invalid_token" : "unavailable",
+    std::string defaultCode = rejected ? "invalid_token" : "unavailable";
+    co_return refusalFailure(status, response->body, std::move(defaultCode),
                              "Quarl could not renew this Mac's sign-in.");
   }
   boost::system::error_code error;

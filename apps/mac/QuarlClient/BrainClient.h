@@ -83,6 +83,7 @@ class BrainClient {
   boost::asio::awaitable<Result<std::string>> usableAccessTokenOnStrand();
   boost::asio::awaitable<Result<std::string>> renewOnStrand();
   HttpHeaders identityHeaders(std::string contentType) const;
+  std::optional<std::string> heldAccessToken() const;
 
   boost::asio::strand<boost::asio::any_io_executor> strand_;
   std::string baseURL_;

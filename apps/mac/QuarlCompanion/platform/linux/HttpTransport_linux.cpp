@@ -1,5 +1,9 @@
 #include "HttpTransport_linux.h"
 
+#include <sys/socket.h>
+
+#include <cerrno>
+
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -60,12 +64,6 @@ boost::system::result<Target, std::string> parseTarget(std::string_view url) {
   return target;
 }
 
-// The ways a kept-alive connection fails when the server closed it before reading the request.
-bool isStaleConnection(const boost::system::error_code& error) {
-  return error == http::error::end_of_stream || error == asio::error::eof ||
-         error == asio::error::connection_reset || error == asio::error::broken_pipe;
-}
-
 std::string describe(const boost::system::error_code& error) {
   if (error == beast::error::timeout) return "the request timed out";
   return error.message();
@@ -80,6 +78,15 @@ struct BeastHttpTransport::Connection {
   beast::flat_buffer buffer;
 
   beast::tcp_stream& lowest() { return secure ? secure->next_layer() : *plain; }
+
+  // Whether the server has left this idle connection alone: nothing to read, not closed. A
+  // request is never sent twice, so a connection the server closed while it sat idle must be
+  // found out before it is used, not by a failed request.
+  bool isStillOpen() {
+    char byte;
+    const auto n = ::recv(lowest().socket().native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    return n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+  }
 };
 
 namespace {
@@ -173,7 +180,7 @@ std::unique_ptr<Connection> BeastHttpTransport::takeIdle(const std::string& orig
   if (found == idle_.end()) return nullptr;
   auto connection = std::move(found->second);
   idle_.erase(found);
-  return connection;
+  return connection->isStillOpen() ? std::move(connection) : nullptr;
 }
 
 void BeastHttpTransport::keepIdle(const std::string& origin, std::unique_ptr<Connection> connection) {
@@ -186,18 +193,13 @@ asio::awaitable<boost::system::result<HttpResponse, std::string>> BeastHttpTrans
   if (!target) co_return target.error();
   auto message = buildRequest(request, *target);
 
-  // A kept-alive connection may have been closed by the server while it sat idle; a request
-  // that fails on one is tried once more on a fresh connection.
   auto connection = takeIdle(target->origin);
-  const bool reused = connection != nullptr;
-  Exchanged answer = boost::system::error_code{};
-  if (connection) answer = co_await exchange(*connection, message, request.timeout);
-  if (!connection || (reused && !answer && isStaleConnection(answer.error()))) {
+  if (!connection) {
     auto fresh = co_await connect(executor_, tls_, *target, request.timeout);
     if (!fresh) co_return fresh.error();
     connection = std::move(*fresh);
-    answer = co_await exchange(*connection, message, request.timeout);
   }
+  auto answer = co_await exchange(*connection, message, request.timeout);
   if (!answer) co_return describe(answer.error());
 
   if (answer->keep_alive()) {

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
+#include <chrono>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace devbrain {
+
+struct Request {
+  std::string method;
+  std::string target;                          // path and query as sent
+  std::map<std::string, std::string> headers;  // names in lower case
+  std::string body;
+};
+
+struct Answer {
+  int status = 200;
+  std::string body;
+  std::chrono::milliseconds delay{0};
+  bool drop = false;  // close the connection without answering
+};
+
+// A local stand-in of the service: the endpoints the companion calls, with real rotating
+// tokens, in-memory state, strict wire checks and an admin surface under /admin/ for tests
+// and the demo. Not thread-safe: the server calls it from one thread.
+class DevBrain {
+ public:
+  explicit DevBrain(std::string baseURL);
+  Answer handle(const Request& request);
+
+ private:
+  struct Device {
+    std::string id;
+    std::string userId;
+  };
+  struct RefreshToken {
+    std::string deviceId;
+    bool used = false;
+  };
+  struct AccessToken {
+    std::string deviceId;
+    std::chrono::system_clock::time_point expiry;
+  };
+  struct Pairing {
+    std::string userCode;
+    std::string deviceCode;
+    std::chrono::steady_clock::time_point expiry;
+    std::string status = "pending";  // pending, approved, denied, expired
+    bool withoutRefreshToken = false;
+    std::optional<std::string> deviceId;
+  };
+  struct Fault {
+    std::string path;
+    int status = 500;
+    std::string body;
+    std::chrono::milliseconds delay{0};
+    bool drop = false;
+    int times = 1;
+  };
+
+  Answer route(const Request& request, const std::string& path, const boost::json::object& body);
+  std::optional<std::string> wireProblem(const Request& request, const std::string& path,
+                                         const std::optional<boost::json::object>& body) const;
+  std::optional<Answer> takeFault(const std::string& path);
+
+  Answer refresh(const boost::json::object& body);
+  Answer pairStart(const boost::json::object& body);
+  Answer pairPoll(const boost::json::object& body);
+  Answer heartbeat(const Device& device, const boost::json::object& body);
+  Answer admin(const Request& request, const std::string& path, const boost::json::object& body);
+
+  boost::json::object issueTokens(const std::string& deviceId);
+  std::string mintAccessToken(const std::string& deviceId);
+  Device& newDevice();
+  Pairing* findPairing(const boost::json::object& body);
+
+  std::string baseURL_;
+  std::string signingKey_;
+  std::map<std::string, Device> devices_;
+  std::map<std::string, AccessToken> accessTokens_;
+  std::map<std::string, RefreshToken> refreshTokens_;
+  std::vector<Pairing> pairings_;
+  std::deque<Fault> faults_;
+  boost::json::array requestLog_;
+  std::vector<std::string> connectedChannels_{"imessage", "sms", "whatsapp"};
+  std::int64_t accessTtlSeconds_ = 900;
+  std::int64_t pairingExpiresInSeconds_ = 600;
+  std::int64_t pairingIntervalSeconds_ = 1;
+  bool autoApprove_ = false;
+  int refreshExchanges_ = 0;
+  int counter_ = 0;
+};
+
+}  // namespace devbrain
