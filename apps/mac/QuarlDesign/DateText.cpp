@@ -14,7 +14,7 @@ std::string iso8601(SystemTime time) {
   const std::time_t whole = static_cast<std::time_t>(seconds.count());
   std::tm parts{};
   gmtime_r(&whole, &parts);
-  std::array<char, 40> text{};
+  std::array<char, 96> text{};
   std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", parts.tm_year + 1900,
                 parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, static_cast<int>(millis));
   return text.data();
