@@ -168,6 +168,10 @@ HttpHeaders BrainClient::identityHeaders(std::string contentType) const {
   return headers;
 }
 
+asio::awaitable<BrainClient::Result<HeartbeatResponse>> BrainClient::heartbeat(HeartbeatReport report) {
+  co_return co_await call<HeartbeatResponse>(QuarlEndpoint::heartbeat(), heartbeatBody(report));
+}
+
 asio::awaitable<BrainClient::Result<std::string>> BrainClient::usableAccessToken() {
   co_return co_await asio::co_spawn(strand_, usableAccessTokenOnStrand(), asio::use_awaitable);
 }

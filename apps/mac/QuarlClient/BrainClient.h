@@ -17,6 +17,7 @@
 #include "Clock.h"
 #include "Credentials.h"
 #include "Endpoints.h"
+#include "Heartbeat.h"
 #include "HttpTransport.h"
 
 namespace quarl {
@@ -62,6 +63,9 @@ class BrainClient {
   // A raw endpoint: the status and body as they came, refusals included.
   boost::asio::awaitable<Result<RawAnswer>> send(QuarlEndpoint endpoint, std::optional<std::string> body,
                                                  std::optional<std::string> contentType, HttpHeaders headers);
+
+  // Tells the service what this Mac offers; the answer names channel ids and what waits.
+  boost::asio::awaitable<Result<HeartbeatResponse>> heartbeat(HeartbeatReport report);
 
   // An access token with more than 60 s of life left, renewing first if needed.
   boost::asio::awaitable<Result<std::string>> usableAccessToken();

@@ -198,6 +198,18 @@ TEST_F(BrainClientAgainstDevBrain, RefusalsAndUnreachableServicesBecomeSentences
   EXPECT_EQ(admin_.requests().size(), 4u);
 }
 
+TEST_F(BrainClientAgainstDevBrain, AHeartbeatLearnsTheIdsOfConnectedChannelsOnly) {
+  admin_.post("/admin/settings", {{"connectedChannels", json::array{"imessage"}}});
+  auto brain = client(newDevice());
+  HeartbeatReport report;
+  report.channels = {"imessage", "sms"};
+  report.blockedReason = std::string(200, 'x');
+  const auto answer = run(brain->heartbeat(report));
+  ASSERT_TRUE(answer) << answer.error().description();
+  EXPECT_EQ(answer->channelIds, (std::map<std::string, std::string>{{"imessage", "ch-imessage"}}));
+  EXPECT_EQ(answer->unmatched, (std::vector<std::string>{"sms"}));
+}
+
 TEST_F(BrainClientAgainstDevBrain, AUsableTokenIsKeptAndAnExpiringOneRenewedFirst) {
   auto lasting = client(newDevice(900));
   const auto kept = run(lasting->usableAccessToken());
