@@ -149,7 +149,7 @@ asio::awaitable<BrainClient::Result<HttpResponse>> BrainClient::signedAttempt(Qu
                                                                              HttpHeaders extraHeaders,
                                                                              Credentials signedWith) {
   HttpRequest request{std::string(endpoint.method), serviceURL(baseURL_, endpoint.path),
-                      identityHeaders(std::move(contentType)), std::move(body), requestTimeout};
+                      identityHeaders(identity_, std::move(contentType)), std::move(body), requestTimeout};
   request.headers.emplace_back("authorization", "Bearer " + signedWith.accessToken);
   request.headers.emplace_back("x-quarl-device", signedWith.deviceId);
   for (auto& header : extraHeaders) request.headers.push_back(std::move(header));
@@ -157,15 +157,6 @@ asio::awaitable<BrainClient::Result<HttpResponse>> BrainClient::signedAttempt(Qu
   auto response = co_await transport_->perform(std::move(request));
   if (!response) co_return Failure::transport(response.error());
   co_return std::move(*response);
-}
-
-HttpHeaders BrainClient::identityHeaders(std::string contentType) const {
-  HttpHeaders headers;
-  headers.emplace_back("content-type", std::move(contentType));
-  headers.emplace_back("x-quarl-platform", identity_.platform);
-  headers.emplace_back("x-quarl-build", std::to_string(identity_.build));
-  headers.emplace_back("x-quarl-version", identity_.version);
-  return headers;
 }
 
 asio::awaitable<BrainClient::Result<HeartbeatResponse>> BrainClient::heartbeat(HeartbeatReport report) {
@@ -226,7 +217,7 @@ asio::awaitable<BrainClient::Result<Credentials>> BrainClient::refresh(std::opti
 asio::awaitable<BrainClient::Result<Credentials>> BrainClient::exchange(std::string refreshToken, std::string deviceId) {
   const auto endpoint = QuarlEndpoint::tokenExchange();
   HttpRequest request{std::string(endpoint.method), serviceURL(baseURL_, endpoint.path),
-                      identityHeaders(std::string(jsonContentType)),
+                      identityHeaders(identity_, std::string(jsonContentType)),
                       json::serialize(json::object{{"refreshToken", refreshToken}}), requestTimeout};
   auto response = co_await transport_->perform(std::move(request));
   if (!response) co_return Failure::transport(response.error());

@@ -86,7 +86,6 @@ class BrainClient {
   boost::asio::awaitable<Result<Credentials>> exchange(std::string refreshToken, std::string deviceId);
   boost::asio::awaitable<Result<std::string>> usableAccessTokenOnStrand();
   boost::asio::awaitable<Result<std::string>> renewOnStrand();
-  HttpHeaders identityHeaders(std::string contentType) const;
   std::optional<std::string> heldAccessToken() const;
 
   boost::asio::strand<boost::asio::any_io_executor> strand_;

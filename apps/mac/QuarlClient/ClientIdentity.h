@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include "HttpTransport.h"
+
 namespace quarl {
 
 // Who is calling the service: built once at start-up from the build and the system.
@@ -13,5 +15,8 @@ struct ClientIdentity {
   std::string deviceName;
   std::string osVersion;
 };
+
+// The headers that say who calls, on every request, signed or not.
+HttpHeaders identityHeaders(const ClientIdentity& identity, std::string contentType);
 
 }  // namespace quarl
