@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "../../../tests/support/CapturingLogSink.h"
+#include "../../../tests/support/ManualClock.h"
 #include "../../../tests/support/TemporaryDirectory.h"
 #include "Keychain_linux.h"
 #include "SettingsStore_linux.h"
@@ -33,7 +34,7 @@ std::vector<fs::path> filesIn(const fs::path& directory) {
 
 TEST(FileSettingsStore, EveryTypeSurvivesARestart) {
   testing::TemporaryDirectory home;
-  const ManualClock clock(SystemTime{});
+  const testing::ManualClock clock(SystemTime{});
   const auto directory = home.path() / "quarl";
   {
     FileSettingsStore defaults(directory, clock);
@@ -61,7 +62,7 @@ TEST(FileSettingsStore, EveryTypeSurvivesARestart) {
 
 TEST(FileSettingsStore, ACorruptFileIsSetAsideLoggedAndNeverOverwrittenUnread) {
   testing::TemporaryDirectory home;
-  const ManualClock clock(SystemTime(std::chrono::seconds(1700000000)));
+  const testing::ManualClock clock(SystemTime(std::chrono::seconds(1700000000)));
   const auto directory = home.path() / "quarl";
   fs::create_directories(directory);
   std::ofstream(directory / "defaults.json") << R"({"QuarlDeviceId": "dev-1", )";
@@ -89,7 +90,7 @@ TEST(FileSettingsStore, ACorruptFileIsSetAsideLoggedAndNeverOverwrittenUnread) {
 
 TEST(FileKeychain, ItemsAreKeptReadableByTheOwnerAlone) {
   testing::TemporaryDirectory home;
-  const ManualClock clock(SystemTime{});
+  const testing::ManualClock clock(SystemTime{});
   const auto directory = home.path() / "quarl";
   FileKeychain keychain(directory, clock);
   EXPECT_EQ(keychain.read("accessToken"), std::nullopt);

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/this_coro.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <list>
+
+#include "Clock.h"
+
+namespace quarl::testing {
+
+// A clock that stands still until the test moves it. A sleeper wakes when `advance` carries
+// the time past its deadline; the test then runs the loop (io.poll()) to let it go on.
+class ManualClock final : public Clock {
+ public:
+  explicit ManualClock(SystemTime start) : now_(start) {}
+
+  SystemTime now() const override { return now_; }
+
+  boost::asio::awaitable<void> sleep(std::chrono::milliseconds duration) const override {
+    const auto deadline = now_ + duration;
+    boost::asio::steady_timer signal(co_await boost::asio::this_coro::executor,
+                                     boost::asio::steady_timer::time_point::max());
+    auto entry = sleepers_.insert(sleepers_.end(), &signal);
+    while (now_ < deadline) co_await signal.async_wait(boost::asio::as_tuple(boost::asio::use_awaitable));
+    sleepers_.erase(entry);
+  }
+
+  void advance(std::chrono::system_clock::duration by) {
+    now_ += by;
+    for (auto* sleeper : sleepers_) sleeper->cancel();
+  }
+
+ private:
+  SystemTime now_;
+  mutable std::list<boost::asio::steady_timer*> sleepers_;
+};
+
+}  // namespace quarl::testing
