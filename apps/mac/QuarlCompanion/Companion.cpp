@@ -1,0 +1,311 @@
+#include "Companion.h"
+
+#include <openssl/rand.h>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+
+#include "PairingClient.h"
+#include "QuarlLog.h"
+#include "SettingsKeys.h"
+
+namespace quarl {
+namespace asio = boost::asio;
+namespace json = boost::json;
+
+namespace {
+
+constexpr std::string_view fullDiskAccessSentence =
+    "Quarl needs Full Disk Access to read Messages. System Settings → Privacy & Security → Full Disk Access.";
+constexpr std::string_view pairingExpiredSentence = "That code expired before it was approved. Try again.";
+
+enum Work { tickWork, relayWork, liveWork };
+
+std::string joined(const std::vector<std::string>& items) {
+  std::string out;
+  for (const auto& item : items) out += (out.empty() ? "" : ", ") + item;
+  return out;
+}
+
+std::string randomInstallId() {
+  unsigned char bytes[16];
+  RAND_bytes(bytes, sizeof bytes);
+  static constexpr char hex[] = "0123456789abcdef";
+  std::string id;
+  for (const auto byte : bytes) id += {hex[byte >> 4], hex[byte & 15]};
+  return id;
+}
+
+// Detached work keeps the coordinator alive until it is done.
+asio::awaitable<void> runWork(std::shared_ptr<Companion> self, Work work) {
+  if (work == tickWork) co_await self->guardedTick();
+  if (work == relayWork) co_await self->guardedRelayPass();
+}
+
+}  // namespace
+
+std::shared_ptr<Companion> Companion::create(CompanionParts parts) {
+  return std::shared_ptr<Companion>(new Companion(std::move(parts)));
+}
+
+Companion::Companion(CompanionParts parts) : parts_(std::move(parts)), settings_(CompanionSettings::load(*parts_.defaults)) {
+  loadCredentials();
+}
+
+void Companion::loadCredentials() {
+  const auto deviceId = parts_.defaults->string(keys::deviceId);
+  auto access = parts_.keychain->read(keys::accessTokenAccount);
+  auto refresh = parts_.keychain->read(keys::refreshTokenAccount);
+  if (!deviceId || !access || !refresh) return;
+  settings_.credentials = Credentials{std::move(*access), std::move(*refresh), *deviceId};
+  state_.signIn = SignIn::signedIn(*deviceId);
+}
+
+void Companion::start() {
+  const auto generation = ++timerGeneration_;
+  const auto self = weak_from_this();
+  asio::co_spawn(parts_.executor, repeat(self, generation, tickInterval, tickWork), asio::detached);
+  asio::co_spawn(parts_.executor, repeat(self, generation, relayInterval, relayWork), asio::detached);
+  asio::co_spawn(parts_.executor, repeat(self, generation, liveInterval, liveWork), asio::detached);
+  asio::co_spawn(parts_.executor, runWork(shared_from_this(), tickWork), asio::detached);
+}
+
+// One repeating timer. It holds the coordinator weakly and ends once the coordinator is gone
+// or `start()` has replaced it with a newer generation.
+asio::awaitable<void> Companion::repeat(std::weak_ptr<Companion> weak, std::uint64_t generation,
+                                        std::chrono::seconds interval, int which) {
+  for (;;) {
+    std::shared_ptr<const Clock> clock;
+    if (auto self = weak.lock(); self && self->timerGeneration_ == generation) clock = self->parts_.clock;
+    if (!clock) co_return;
+    co_await clock->sleep(interval);
+    auto self = weak.lock();
+    if (!self || self->timerGeneration_ != generation) co_return;
+    if (which == liveWork) {
+      co_await self->runLiveTick();
+    } else {
+      asio::co_spawn(self->parts_.executor, runWork(self, static_cast<Work>(which)), asio::detached);
+    }
+  }
+}
+
+asio::awaitable<void> Companion::guardedTick() {
+  if (ticking_) {
+    tickRequested_ = true;
+    QuarlLog::say("quarl: tick asked for while one is still running — it will run next");
+    co_return;
+  }
+  ticking_ = true;
+  do {
+    tickRequested_ = false;
+    co_await runTick();
+  } while (tickRequested_);
+  ticking_ = false;
+}
+
+asio::awaitable<void> Companion::runTick() {
+  ++ticksRun_;
+  co_await refreshPermissionsNow();
+  offerChannels();
+  co_await heartbeat();
+  co_await guardedRelayPass();
+}
+
+asio::awaitable<void> Companion::guardedRelayPass() {
+  if (relayRunning_) co_return;
+  relayRunning_ = true;
+  co_await runRelayJobs();
+  relayRunning_ = false;
+}
+
+asio::awaitable<void> Companion::refreshPermissionsNow() {
+  const auto reading = co_await parts_.host->readMessagesStore();
+  state_.canReadMessages = reading.readable && !reading.schemaFailure;
+  if (!reading.readable) {
+    state_.blockedReason = std::string(fullDiskAccessSentence);
+  } else {
+    state_.blockedReason = reading.schemaFailure;
+  }
+}
+
+void Companion::offerChannels() {
+  const bool hostsSession = parts_.defaults->boolean(keys::whatsappHostsSession).value_or(false);
+  const auto offer = offeredChannels(state_.canReadMessages, parts_.host->whatsappState(), hostsSession);
+  if (offer.logLine) QuarlLog::say(*offer.logLine);
+  if (offer.whatsappBlockedReason && !state_.blockedReason) state_.blockedReason = offer.whatsappBlockedReason;
+  state_.enabledChannels = offer.channels;
+}
+
+// Relay jobs, and the Messages and WhatsApp capture passes, join the tick as they are built.
+asio::awaitable<void> Companion::runRelayJobs() { co_return; }
+asio::awaitable<void> Companion::runLiveTick() { co_return; }
+
+asio::awaitable<void> Companion::heartbeat() {
+  auto brain = client();
+  if (!brain) {
+    QuarlLog::say("quarl: heartbeat skipped — no credentials loaded yet");
+    co_return;
+  }
+  HeartbeatReport report;
+  report.channels = state_.advertisableChannels();
+  report.blockedReason = state_.heartbeatBlockedReason();
+  report.device = deviceFields();
+  const auto advertised = report.channels;
+  auto answer = co_await brain->heartbeat(std::move(report));
+  if (!answer) {
+    QuarlLog::say({{"quarl: sending the heartbeat failed — ", false}, {answer.error().description(), false}});
+    co_return;
+  }
+  applyHeartbeat(*answer, advertised);
+}
+
+void Companion::applyHeartbeat(const HeartbeatResponse& answer, const std::vector<std::string>& advertised) {
+  const auto needsYou = answer.needsYou.value_or(0);
+  const auto followUps = answer.followUpCount.value_or(0);
+  const auto waiting = needsYou + followUps;
+  const auto label = waiting >= 1 ? std::optional(std::to_string(waiting)) : std::nullopt;
+  if (label != badgeLabel_) {
+    QuarlLog::say("quarl: dock badge " + badgeLabel_.value_or("none") + " -> " + label.value_or("none") + " (" +
+                  std::to_string(needsYou) + " waiting, " + std::to_string(followUps) + " follow-ups)");
+    badgeLabel_ = label;
+    parts_.host->setBadge(label);
+  }
+
+  if (!answer.channelIds || answer.channelIds->empty()) {
+    if (!advertised.empty()) {
+      QuarlLog::say("quarl: heartbeat named no channel ids while advertising " + joined(advertised) +
+                    " — leaving the previous state alone rather than reporting every channel as dropped");
+    }
+  } else {
+    struct Row {
+      std::string_view kind;
+      std::string_view key;
+      std::optional<std::string> CompanionSettings::*field;
+    };
+    const Row rows[] = {{"imessage", keys::imessageChannelId, &CompanionSettings::imessageChannelId},
+                        {"sms", keys::smsChannelId, &CompanionSettings::smsChannelId},
+                        {"whatsapp", keys::whatsappChannelId, &CompanionSettings::whatsappChannelId}};
+    std::vector<std::string> learned;
+    for (const auto& row : rows) {
+      const auto found = answer.channelIds->find(std::string(row.kind));
+      if (found == answer.channelIds->end()) continue;
+      if (parts_.defaults->string(row.key) != found->second) {
+        parts_.defaults->write(row.key, json::value(found->second));
+        learned.emplace_back(row.kind);
+      }
+      settings_.*row.field = found->second;
+    }
+    if (!learned.empty()) QuarlLog::say("quarl: learned channel ids for " + joined(learned));
+
+    std::vector<std::string> unconnected;
+    for (const auto& channel : advertised) {
+      if (!answer.channelIds->contains(channel)) unconnected.push_back(channel);
+    }
+    state_.unconnectedChannels = unconnected;
+    if (!unconnected.empty()) {
+      std::string line = "quarl: advertising " + joined(unconnected) +
+                         " with no connected channel on this account — those messages are being dropped. Connect it "
+                         "in Settings.";
+      if (answer.unmatched && !answer.unmatched->empty()) {
+        line += " The account has no row at all for " + joined(*answer.unmatched) + ".";
+      }
+      QuarlLog::say(line);
+    }
+  }
+  state_.lastHeartbeatAt = parts_.clock->now();
+  QuarlLog::say("quarl: heartbeat ok, advertising " + (advertised.empty() ? std::string("nothing") : joined(advertised)));
+}
+
+json::object Companion::deviceFields() {
+  auto installId = parts_.defaults->string(keys::installId);
+  if (!installId) {
+    installId = randomInstallId();
+    parts_.defaults->write(keys::installId, json::value(*installId));
+  }
+  return json::object{{"installId", *installId}, {"hardware", parts_.host->hardwareDescription()}};
+}
+
+std::unique_ptr<BrainClient> Companion::client() {
+  if (!settings_.credentials) return nullptr;
+  std::weak_ptr<Companion> weak = weak_from_this();
+  return std::make_unique<BrainClient>(parts_.executor, settings_.apiURL, parts_.identity, settings_.credentials,
+                                       parts_.transport, parts_.clock,
+                                       [weak](const std::string& access, const std::string& refresh) {
+                                         if (auto self = weak.lock()) self->storeRotatedTokens(access, refresh);
+                                       });
+}
+
+void Companion::storeRotatedTokens(const std::string& accessToken, const std::string& refreshToken) {
+  // A keychain that refuses the pair is not fatal: the tokens in memory stay in use this run.
+  parts_.keychain->write(keys::accessTokenAccount, accessToken);
+  parts_.keychain->write(keys::refreshTokenAccount, refreshToken);
+  if (settings_.credentials) {
+    settings_.credentials->accessToken = accessToken;
+    settings_.credentials->refreshToken = refreshToken;
+  }
+  QuarlLog::say("quarl: rotated this Mac's session tokens");
+}
+
+asio::awaitable<std::optional<std::string>> Companion::pair() {
+  if (pairingInProgress_) {
+    QuarlLog::say("quarl: pairing already running — ignoring a second panel sign-in press");
+    co_return std::nullopt;
+  }
+  pairingInProgress_ = true;
+  PairingClient pairing(settings_.apiURL, parts_.identity, parts_.transport);
+  const auto started = co_await pairing.start(deviceFields());
+  if (!started) {
+    pairingInProgress_ = false;
+    co_return started.error().description();
+  }
+  pairingCode_ = started->userCode;
+  parts_.host->showPairingCode(started->userCode, started->verificationUrl);
+
+  std::optional<std::string> outcome = std::string(pairingExpiredSentence);
+  bool deadlinePassed = true;
+  const auto deadline = parts_.clock->now() + std::chrono::seconds(started->expiresInSeconds);
+  while (parts_.clock->now() < deadline) {
+    co_await parts_.clock->sleep(std::chrono::seconds(started->intervalSeconds));
+    const auto polled = co_await pairing.poll(started->deviceCode);
+    deadlinePassed = false;
+    if (!polled) {
+      outcome = polled.error().description();
+      break;
+    }
+    using Status = PairingClient::Poll::Status;
+    if (polled->status == Status::pending) {
+      deadlinePassed = true;
+      continue;
+    }
+    if (polled->status == Status::denied) outcome = "That request was refused on the web. Nothing was connected.";
+    if (polled->status == Status::approved) {
+      const auto& credentials = *polled->credentials;
+      parts_.keychain->write(keys::accessTokenAccount, credentials.accessToken);
+      parts_.keychain->write(keys::refreshTokenAccount, credentials.refreshToken);
+      parts_.defaults->write(keys::deviceId, json::value(credentials.deviceId));
+      settings_ = CompanionSettings::load(*parts_.defaults);
+      settings_.credentials = credentials;
+      state_.signIn = SignIn::signedIn(credentials.deviceId);
+      outcome = std::nullopt;
+    }
+    break;
+  }
+  pairingCode_.reset();
+  pairingInProgress_ = false;
+  if (deadlinePassed) state_.blockedReason = outcome;
+  if (!outcome) co_await guardedTick();
+  co_return outcome;
+}
+
+void Companion::stopTimers() { ++timerGeneration_; }
+
+void Companion::signOut() {
+  parts_.keychain->remove(keys::accessTokenAccount);
+  parts_.keychain->remove(keys::refreshTokenAccount);
+  parts_.defaults->remove(keys::deviceId);
+  settings_.credentials.reset();
+  state_.signIn = SignIn::signedOut();
+  QuarlLog::say("quarl: signed out — credentials forgotten, this Mac has stopped relaying");
+}
+
+}  // namespace quarl

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/awaitable.hpp>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "BrainClient.h"
+#include "CompanionSettings.h"
+#include "CompanionState.h"
+#include "platform/CompanionHost.h"
+#include "platform/Keychain.h"
+#include "platform/SettingsStore.h"
+
+namespace quarl {
+
+// Everything the coordinator is built from; chosen once, at start-up, by the host's main.
+struct CompanionParts {
+  boost::asio::any_io_executor executor;
+  std::shared_ptr<const Clock> clock;
+  std::shared_ptr<SettingsStore> defaults;
+  std::shared_ptr<Keychain> keychain;
+  std::shared_ptr<HttpTransport> transport;
+  std::shared_ptr<CompanionHost> host;
+  ClientIdentity identity;
+};
+
+// The one long-lived object of the companion: it owns the settings and state, runs the three
+// repeating timers and orders the work of each tick. Confined to the main executor: every
+// member is touched only by coroutines running there.
+class Companion : public std::enable_shared_from_this<Companion> {
+ public:
+  static constexpr std::chrono::seconds tickInterval{30};
+  static constexpr std::chrono::seconds relayInterval{3};
+  static constexpr std::chrono::seconds liveInterval{5};
+
+  // Loads the settings and the stored credentials.
+  static std::shared_ptr<Companion> create(CompanionParts parts);
+
+  // Starts (or replaces) the three timers and runs one guarded tick at once.
+  void start();
+  // One tick, unless one is running; then exactly one more runs after it.
+  boost::asio::awaitable<void> guardedTick();
+  // One relay-jobs pass, unless one is running.
+  boost::asio::awaitable<void> guardedRelayPass();
+  boost::asio::awaitable<void> heartbeat();
+  // Pairs this Mac with the owner's account; the sentence of a failure, or none on success.
+  boost::asio::awaitable<std::optional<std::string>> pair();
+  void signOut();
+  // Ends the timers; work under way goes on to its end.
+  void stopTimers();
+  bool hasCredentials() const { return settings_.credentials.has_value(); }
+
+  const CompanionState& state() const { return state_; }
+  const CompanionSettings& settings() const { return settings_; }
+  bool isTicking() const { return ticking_; }
+  std::int64_t ticksRun() const { return ticksRun_; }
+
+ private:
+  explicit Companion(CompanionParts parts);
+
+  boost::asio::awaitable<void> runTick();
+  boost::asio::awaitable<void> refreshPermissionsNow();
+  void offerChannels();
+  boost::asio::awaitable<void> runRelayJobs();
+  boost::asio::awaitable<void> runLiveTick();
+  void applyHeartbeat(const HeartbeatResponse& answer, const std::vector<std::string>& advertised);
+  boost::json::object deviceFields();
+  std::unique_ptr<BrainClient> client();
+  void storeRotatedTokens(const std::string& accessToken, const std::string& refreshToken);
+  void loadCredentials();
+
+  static boost::asio::awaitable<void> repeat(std::weak_ptr<Companion> weak, std::uint64_t generation,
+                                             std::chrono::seconds interval, int which);
+
+  CompanionParts parts_;
+  CompanionState state_;
+  CompanionSettings settings_;
+  std::optional<std::string> badgeLabel_;
+  std::optional<std::string> pairingCode_;
+  std::uint64_t timerGeneration_ = 0;
+  std::int64_t ticksRun_ = 0;
+  bool ticking_ = false;
+  bool tickRequested_ = false;
+  bool relayRunning_ = false;
+  bool pairingInProgress_ = false;
+};
+
+}  // namespace quarl

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <boost/asio/awaitable.hpp>
+#include <optional>
+#include <string>
+
+#include "ChannelOffer.h"
+
+namespace quarl {
+
+// Whether the Messages store can be read and its shape is one this companion knows.
+struct MessagesStoreReading {
+  bool readable = false;
+  std::optional<std::string> schemaFailure;  // the failure's sentence when the shape is wrong
+};
+
+// The parts of the Mac the coordinator asks about or shows things through. Each platform
+// gives one; the Linux host answers for what Linux has, and "unavailable" for the rest.
+class CompanionHost {
+ public:
+  virtual ~CompanionHost() = default;
+  // Checks the Messages store off the main executor.
+  virtual boost::asio::awaitable<MessagesStoreReading> readMessagesStore() = 0;
+  // The hosted WhatsApp page's settled state; none while this Mac hosts no page.
+  virtual std::optional<WhatsAppSettledState> whatsappState() = 0;
+  // Shows the pairing code and sends the owner to the approval page.
+  virtual void showPairingCode(const std::string& userCode, const std::string& verificationUrl) = 0;
+  // The waiting count on the application's icon; none clears it.
+  virtual void setBadge(const std::optional<std::string>& label) = 0;
+  // The Mac's hardware, as the heartbeat's device fields describe it.
+  virtual std::string hardwareDescription() = 0;
+};
+
+}  // namespace quarl

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/CompanionHost.h"
+
+namespace quarl {
+
+// The headless Linux host: no Messages application and no WhatsApp page yet, the pairing code
+// printed on standard output, the badge as a log line only.
+class LinuxCompanionHost final : public CompanionHost {
+ public:
+  boost::asio::awaitable<MessagesStoreReading> readMessagesStore() override;
+  std::optional<WhatsAppSettledState> whatsappState() override;
+  void showPairingCode(const std::string& userCode, const std::string& verificationUrl) override;
+  void setBadge(const std::optional<std::string>& label) override;
+  std::string hardwareDescription() override;
+};
+
+}  // namespace quarl
