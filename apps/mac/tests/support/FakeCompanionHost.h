@@ -1,0 +1,51 @@
+#pragma once
+
+#include <vector>
+
+#include "Clock.h"
+#include "platform/CompanionHost.h"
+
+namespace quarl::testing {
+
+// A host whose Messages store reads as the test says, taking as long on the given clock as
+// the test says, and which remembers what it was asked to show.
+class FakeCompanionHost final : public CompanionHost {
+ public:
+  explicit FakeCompanionHost(std::shared_ptr<const Clock> clock) : clock_(std::move(clock)) {}
+
+  boost::asio::awaitable<MessagesStoreReading> readMessagesStore() override {
+    ++storeReads;
+    if (!readDurations.empty()) {
+      const auto duration = readDurations.front();
+      readDurations.erase(readDurations.begin());
+      co_await clock_->sleep(duration);
+    }
+    co_return reading;
+  }
+  std::optional<WhatsAppSettledState> whatsappState() override { return whatsapp; }
+  void showPairingCode(const std::string& userCode, const std::string&) override { shownCodes.push_back(userCode); }
+  void setBadge(const std::optional<std::string>& label) override { badges.push_back(label); }
+  std::string hardwareDescription() override { return "test machine"; }
+
+  MessagesStoreReading reading;
+  std::vector<std::chrono::milliseconds> readDurations;  // one per read, then instant
+  std::optional<WhatsAppSettledState> whatsapp;
+  int storeReads = 0;
+  std::vector<std::string> shownCodes;
+  std::vector<std::optional<std::string>> badges;
+
+ private:
+  std::shared_ptr<const Clock> clock_;
+};
+
+// A transport that answers nothing and counts what it was asked.
+class RefusingTransport final : public HttpTransport {
+ public:
+  boost::asio::awaitable<boost::system::result<HttpResponse, std::string>> perform(HttpRequest request) override {
+    requests.push_back(request.url);
+    co_return std::string("no network in this test");
+  }
+  std::vector<std::string> requests;
+};
+
+}  // namespace quarl::testing
