@@ -1,0 +1,114 @@
+#include <boost/json/parse.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "../support/CapturingLogSink.h"
+#include "../support/DevBrainAdmin.h"
+#include "../support/FakeCompanionHost.h"
+#include "../support/MemorySettingsStore.h"
+#include "Companion.h"
+#include "SettingsKeys.h"
+#include "platform/linux/Keychain_linux.h"
+#include "../support/TemporaryDirectory.h"
+
+namespace quarl {
+namespace {
+
+namespace json = boost::json;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+
+// A coordinator in this process whose Messages store reads as readable, against devbrain.
+class HeartbeatAgainstDevBrain : public ::testing::Test {
+ protected:
+  HeartbeatAgainstDevBrain() : admin_(brain_) {
+    defaults_->write(keys::apiURL, json::value(brain_.baseURL()));
+    const auto issued = admin_.post("/admin/devices");
+    defaults_->write(keys::deviceId, issued.at("deviceId"));
+    keychain_->write(keys::accessTokenAccount, issued.at("accessToken").as_string());
+    keychain_->write(keys::refreshTokenAccount, issued.at("refreshToken").as_string());
+    host_->reading = {true, std::nullopt};
+    companion_ = Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_,
+                                                  std::make_shared<BeastHttpTransport>(io_.get_executor()), host_,
+                                                  ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}});
+  }
+  ~HeartbeatAgainstDevBrain() override { QuarlLog::install(nullptr); }
+
+  void tick() { testing::runAwaitable(io_, companion_->guardedTick()); }
+  json::value lastHeartbeatBody() { return json::parse(admin_.requests().back().at("body").as_string()); }
+
+  testing::DevBrainProcess brain_;
+  testing::DevBrainAdmin admin_;
+  testing::TemporaryDirectory config_;
+  boost::asio::io_context io_;
+  std::shared_ptr<SystemClock> clock_ = std::make_shared<SystemClock>();
+  std::shared_ptr<testing::MemorySettingsStore> defaults_ = std::make_shared<testing::MemorySettingsStore>();
+  std::shared_ptr<FileKeychain> keychain_ = std::make_shared<FileKeychain>(config_.path(), *clock_);
+  std::shared_ptr<testing::FakeCompanionHost> host_ = std::make_shared<testing::FakeCompanionHost>(clock_);
+  std::shared_ptr<testing::CapturingLogSink> log_ = testing::CapturingLogSink::installed();
+  std::shared_ptr<Companion> companion_;
+};
+
+TEST_F(HeartbeatAgainstDevBrain, ChannelIdsAreLearnedAndUnconnectedChannelsAreNamed) {
+  admin_.post("/admin/settings", {{"connectedChannels", json::array{"imessage"}}});
+  tick();
+
+  const auto body = lastHeartbeatBody();
+  EXPECT_EQ(body.at("channels"), (json::array{"imessage", "sms"}));
+  EXPECT_TRUE(body.at("blockedReason").is_null());
+  EXPECT_FALSE(body.as_object().contains("nudgeNotices"));
+  EXPECT_EQ(body.at("device").at("hardware"), "test machine");
+
+  EXPECT_EQ(defaults_->string(keys::imessageChannelId), "ch-imessage");
+  EXPECT_EQ(defaults_->string(keys::smsChannelId), std::nullopt);
+  EXPECT_EQ(companion_->settings().imessageChannelId, "ch-imessage");
+  EXPECT_EQ(companion_->state().unconnectedChannels, std::vector<std::string>{"sms"});
+  EXPECT_TRUE(companion_->state().lastHeartbeatAt);
+  const auto lines = log_->lines();
+  EXPECT_THAT(lines, Contains("quarl: learned channel ids for imessage"));
+  EXPECT_THAT(lines, Contains("quarl: advertising sms with no connected channel on this account — those messages are "
+                              "being dropped. Connect it in Settings. The account has no row at all for sms."));
+  EXPECT_THAT(lines, Contains("quarl: heartbeat ok, advertising imessage, sms"));
+
+  // The same ids again are not learned again.
+  tick();
+  int learned = 0;
+  for (const auto& line : log_->lines()) learned += line.starts_with("quarl: learned channel ids");
+  EXPECT_EQ(learned, 1);
+}
+
+TEST_F(HeartbeatAgainstDevBrain, AnAnswerWithoutIdsChangesNothingStoredAndTheBadgeFollowsTheWaitingCount) {
+  tick();
+  ASSERT_EQ(defaults_->string(keys::smsChannelId), "ch-sms");
+
+  admin_.post("/admin/faults", {{"path", "/v1/relay/heartbeat"}, {"status", 200},
+                                {"body", R"({"channels":[],"waitingJobs":0,"needsYou":2,"followUpCount":1})"}});
+  tick();
+  EXPECT_EQ(defaults_->string(keys::smsChannelId), "ch-sms");
+  EXPECT_EQ(companion_->settings().smsChannelId, "ch-sms");
+  const auto lines = log_->lines();
+  EXPECT_THAT(lines, Contains("quarl: heartbeat named no channel ids while advertising imessage, sms — leaving the "
+                              "previous state alone rather than reporting every channel as dropped"));
+  EXPECT_THAT(lines, Contains("quarl: dock badge none -> 3 (2 waiting, 1 follow-ups)"));
+  EXPECT_EQ(host_->badges.back(), "3");
+
+  // A failed heartbeat is logged and changes nothing.
+  admin_.post("/admin/faults", {{"path", "/v1/relay/heartbeat"}, {"status", 503}});
+  tick();
+  EXPECT_THAT(log_->lines().back(), HasSubstr("503"));
+  EXPECT_EQ(defaults_->string(keys::imessageChannelId), "ch-imessage");
+}
+
+TEST_F(HeartbeatAgainstDevBrain, ARefusedAccessTokenIsRenewedAndTheNewPairKept) {
+  const auto before = keychain_->read(keys::refreshTokenAccount);
+  admin_.post("/admin/access/expire");
+  tick();
+  EXPECT_THAT(log_->lines(), Contains("quarl: rotated this Mac's session tokens"));
+  EXPECT_NE(keychain_->read(keys::refreshTokenAccount), before);
+  // The next tick signs with the renewed token, without another exchange.
+  tick();
+  EXPECT_EQ(admin_.refreshExchanges(), 1);
+}
+
+}  // namespace
+}  // namespace quarl
