@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "../support/DevBrainAdmin.h"
+#include "../support/FileContents.h"
 #include "../support/TemporaryDirectory.h"
 
 namespace quarl {
@@ -21,13 +22,6 @@ namespace bp = boost::process;
 namespace fs = std::filesystem;
 namespace json = boost::json;
 using ::testing::HasSubstr;
-
-std::string contents(const fs::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 // quarl-companion as a real process in a temporary HOME, pointed at a real devbrain.
 class HostAgainstDevBrain : public ::testing::Test {
@@ -86,13 +80,13 @@ TEST_F(HostAgainstDevBrain, AnUnpairedHostPairsStoresItsSessionAndSendsItsFirstH
   ASSERT_EQ(code, 0) << log;
   EXPECT_THAT(log, HasSubstr("quarl: heartbeat ok, advertising nothing"));
 
-  const auto keychain = json::parse(contents(config_ / "keychain.json")).as_object();
+  const auto keychain = json::parse(testing::fileContents(config_ / "keychain.json")).as_object();
   EXPECT_TRUE(keychain.contains("accessToken"));
   EXPECT_TRUE(keychain.contains("refreshToken"));
   struct stat info {};
   ASSERT_EQ(::stat((config_ / "keychain.json").c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 0777, 0600u);
-  const auto defaults = json::parse(contents(config_ / "defaults.json")).as_object();
+  const auto defaults = json::parse(testing::fileContents(config_ / "defaults.json")).as_object();
   EXPECT_TRUE(defaults.at("QuarlDeviceId").is_string());
   EXPECT_TRUE(defaults.at("QuarlInstallId").is_string());
 
@@ -132,7 +126,7 @@ TEST_F(HostAgainstDevBrain, PairingsThatEndWithoutASessionStoreNothing) {
   EXPECT_THAT(expired, HasSubstr("That code expired before it was approved. Try again."));
 
   EXPECT_FALSE(fs::exists(config_ / "keychain.json"));
-  EXPECT_FALSE(json::parse(contents(config_ / "defaults.json")).as_object().contains("QuarlDeviceId"));
+  EXPECT_FALSE(json::parse(testing::fileContents(config_ / "defaults.json")).as_object().contains("QuarlDeviceId"));
   EXPECT_EQ(requestsTo("/v1/relay/heartbeat"), 0);
 }
 

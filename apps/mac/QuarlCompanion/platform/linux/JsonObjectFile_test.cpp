@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "../../../tests/support/CapturingLogSink.h"
+#include "../../../tests/support/FileContents.h"
 #include "../../../tests/support/ManualClock.h"
 #include "../../../tests/support/TemporaryDirectory.h"
 #include "Keychain_linux.h"
@@ -18,13 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
-
-std::string contents(const fs::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 std::vector<fs::path> filesIn(const fs::path& directory) {
   std::vector<fs::path> names;
@@ -72,12 +66,12 @@ TEST(FileSettingsStore, ACorruptFileIsSetAsideLoggedAndNeverOverwrittenUnread) {
   EXPECT_EQ(defaults.string("QuarlDeviceId"), std::nullopt);
   const auto aside = directory / "defaults.json.corrupt-2023-11-14T22-13-20.000Z";
   ASSERT_TRUE(fs::exists(aside));
-  EXPECT_EQ(contents(aside), R"({"QuarlDeviceId": "dev-1", )");
+  EXPECT_EQ(testing::fileContents(aside), R"({"QuarlDeviceId": "dev-1", )");
   ASSERT_EQ(log->lines().size(), 1u);
   EXPECT_THAT(log->lines()[0], HasSubstr("set it aside as"));
 
   EXPECT_TRUE(defaults.write("QuarlDeviceId", "dev-2"));
-  EXPECT_EQ(contents(aside), R"({"QuarlDeviceId": "dev-1", )");
+  EXPECT_EQ(testing::fileContents(aside), R"({"QuarlDeviceId": "dev-1", )");
   EXPECT_EQ(FileSettingsStore(directory, clock).string("QuarlDeviceId"), "dev-2");
 
   // Valid JSON that is not an object is no settings file either.
