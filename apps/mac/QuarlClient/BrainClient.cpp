@@ -8,6 +8,7 @@
 #include <boost/json/serialize.hpp>
 #include <cmath>
 
+#include "JsonFields.h"
 #include "Tokens.h"
 
 namespace quarl {
@@ -20,13 +21,6 @@ constexpr std::chrono::seconds requestTimeout{60};
 constexpr std::chrono::seconds renewalMargin{60};
 constexpr std::string_view jsonContentType = "application/json";
 
-std::optional<std::string> textMember(const json::value& body, std::string_view key) {
-  if (!body.is_object()) return std::nullopt;
-  const auto* member = body.as_object().if_contains(key);
-  if (!member || !member->is_string()) return std::nullopt;
-  return std::string(member->as_string());
-}
-
 // A refusal as a Failure: the code from "code", else "error", else `defaultCode`; the
 // message from "message", else `defaultMessage`. A body that is not JSON gives the defaults.
 BrainClientFailure refusalFailure(int status, std::string_view body, std::string defaultCode,
@@ -34,11 +28,22 @@ BrainClientFailure refusalFailure(int status, std::string_view body, std::string
   boost::system::error_code error;
   auto problem = json::parse(body, error);
   if (error) problem.emplace_null();
-  auto code = textMember(problem, "code");
-  if (!code) code = textMember(problem, "error");
-  auto message = textMember(problem, "message");
+  auto code = textField(problem, "code");
+  if (!code) code = textField(problem, "error");
+  auto message = textField(problem, "message");
   return BrainClientFailure::http(status, code.value_or(std::move(defaultCode)),
                                   message.value_or(std::move(defaultMessage)));
+}
+
+// The new pair of a token exchange's answer, with the device id unchanged; none without both.
+std::optional<Credentials> renewedCredentials(std::string_view body, std::string deviceId) {
+  boost::system::error_code error;
+  const auto answer = json::parse(body, error);
+  if (error) return std::nullopt;
+  auto access = textField(answer, "accessToken");
+  auto refresh = textField(answer, "refreshToken");
+  if (!access || !refresh) return std::nullopt;
+  return Credentials{std::move(*access), std::move(*refresh), std::move(deviceId)};
 }
 
 // Boost.JSON would write infinity as a bare `Infinity`, which is not JSON.
@@ -231,15 +236,10 @@ asio::awaitable<BrainClient::Result<Credentials>> BrainClient::exchange(std::str
     co_return refusalFailure(status, response->body, std::move(defaultCode),
                              "Quarl could not renew this Mac's sign-in.");
   }
-  boost::system::error_code error;
-  const auto answer = json::parse(response->body, error);
-  auto access = error ? std::nullopt : textMember(answer, "accessToken");
-  auto refresh = error ? std::nullopt : textMember(answer, "refreshToken");
-  if (!access || !refresh) co_return Failure::decoding("the refresh response carried no token pair");
-
-  Credentials renewed{std::move(*access), std::move(*refresh), std::move(deviceId)};
-  if (onTokens_) onTokens_(renewed.accessToken, renewed.refreshToken);
-  co_return renewed;
+  auto renewed = renewedCredentials(response->body, std::move(deviceId));
+  if (!renewed) co_return Failure::decoding("the refresh response carried no token pair");
+  if (onTokens_) onTokens_(renewed->accessToken, renewed->refreshToken);
+  co_return std::move(*renewed);
 }
 
 }  // namespace quarl

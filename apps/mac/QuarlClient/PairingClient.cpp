@@ -4,6 +4,7 @@
 #include <boost/json/serialize.hpp>
 
 #include "Endpoints.h"
+#include "JsonFields.h"
 
 namespace quarl {
 namespace asio = boost::asio;
@@ -14,28 +15,16 @@ namespace {
 constexpr std::string_view unusablePairing = "Quarl did not return a usable pairing.";
 constexpr std::string_view noSession = "Quarl approved this device but sent no session.";
 
-std::optional<std::string> text(const json::object& object, std::string_view key) {
-  const auto* value = object.if_contains(key);
-  if (!value || !value->is_string()) return std::nullopt;
-  return std::string(value->get_string());
-}
-
-std::optional<std::int64_t> integer(const json::object& object, std::string_view key) {
-  const auto* value = object.if_contains(key);
-  if (!value || !value->is_int64()) return std::nullopt;
-  return value->get_int64();
-}
-
 PairingClient::Failure failure(std::string_view sentence) { return {std::string(sentence)}; }
 
 // The answers are read in plain functions, not in the coroutines: GCC 12 rejects some
 // initializer lists and string-literal temporaries inside a coroutine body.
 PairingClient::Result<PairingClient::Started> readStarted(const json::object& answer) {
-  auto userCode = text(answer, "userCode");
-  auto deviceCode = text(answer, "deviceCode");
-  auto verificationUrl = text(answer, "verificationUrl");
-  const auto expiresIn = integer(answer, "expiresInSeconds");
-  const auto interval = integer(answer, "intervalSeconds");
+  auto userCode = textField(answer, "userCode");
+  auto deviceCode = textField(answer, "deviceCode");
+  auto verificationUrl = textField(answer, "verificationUrl");
+  const auto expiresIn = integerField(answer, "expiresInSeconds");
+  const auto interval = integerField(answer, "intervalSeconds");
   if (!userCode || !deviceCode || !verificationUrl || !expiresIn || !interval || *interval < 0) {
     return failure(unusablePairing);
   }
@@ -45,20 +34,20 @@ PairingClient::Result<PairingClient::Started> readStarted(const json::object& an
 
 PairingClient::Result<PairingClient::Poll> readPoll(const json::object& answer) {
   using Status = PairingClient::Poll::Status;
-  const auto status = text(answer, "status").value_or("");
+  const auto status = textField(answer, "status").value_or("");
   PairingClient::Poll poll;
   if (status == "pending") return poll;
   if (status == "denied") return PairingClient::Poll{Status::denied, {}, {}};
   if (status == "expired") return PairingClient::Poll{Status::expired, {}, {}};
   if (status != "approved") return failure(unusablePairing);
 
-  auto access = text(answer, "accessToken");
-  auto refresh = text(answer, "refreshToken");
-  auto deviceId = text(answer, "deviceId");
+  auto access = textField(answer, "accessToken");
+  auto refresh = textField(answer, "refreshToken");
+  auto deviceId = textField(answer, "deviceId");
   if (!access || !refresh || !deviceId) return failure(noSession);
   poll.status = Status::approved;
   poll.credentials = Credentials{std::move(*access), std::move(*refresh), std::move(*deviceId)};
-  poll.userId = text(answer, "userId");
+  poll.userId = textField(answer, "userId");
   return poll;
 }
 
@@ -94,7 +83,7 @@ asio::awaitable<PairingClient::Result<json::object>> PairingClient::post(std::st
   const bool isObject = !error && answer.is_object();
   if (response->status < 200 || response->status > 299) {
     if (isObject) {
-      if (auto message = text(answer.as_object(), "message")) co_return failure(*message);
+      if (auto message = textField(answer, "message")) co_return failure(*message);
     }
     co_return failure("Quarl refused the request (" + std::to_string(response->status) + ")");
   }

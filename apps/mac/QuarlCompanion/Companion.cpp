@@ -21,12 +21,6 @@ constexpr std::string_view pairingExpiredSentence = "That code expired before it
 
 enum Work { tickWork, relayWork, liveWork };
 
-std::string joined(const std::vector<std::string>& items) {
-  std::string out;
-  for (const auto& item : items) out += (out.empty() ? "" : ", ") + item;
-  return out;
-}
-
 std::string randomInstallId() {
   unsigned char bytes[16];
   RAND_bytes(bytes, sizeof bytes);
@@ -173,7 +167,7 @@ void Companion::applyHeartbeat(const HeartbeatResponse& answer, const std::vecto
 
   if (!answer.channelIds || answer.channelIds->empty()) {
     if (!advertised.empty()) {
-      QuarlLog::say("quarl: heartbeat named no channel ids while advertising " + joined(advertised) +
+      QuarlLog::say("quarl: heartbeat named no channel ids while advertising " + joinedChannels(advertised) +
                     " — leaving the previous state alone rather than reporting every channel as dropped");
     }
   } else {
@@ -195,7 +189,7 @@ void Companion::applyHeartbeat(const HeartbeatResponse& answer, const std::vecto
       }
       settings_.*row.field = found->second;
     }
-    if (!learned.empty()) QuarlLog::say("quarl: learned channel ids for " + joined(learned));
+    if (!learned.empty()) QuarlLog::say("quarl: learned channel ids for " + joinedChannels(learned));
 
     std::vector<std::string> unconnected;
     for (const auto& channel : advertised) {
@@ -203,17 +197,17 @@ void Companion::applyHeartbeat(const HeartbeatResponse& answer, const std::vecto
     }
     state_.unconnectedChannels = unconnected;
     if (!unconnected.empty()) {
-      std::string line = "quarl: advertising " + joined(unconnected) +
+      std::string line = "quarl: advertising " + joinedChannels(unconnected) +
                          " with no connected channel on this account — those messages are being dropped. Connect it "
                          "in Settings.";
       if (answer.unmatched && !answer.unmatched->empty()) {
-        line += " The account has no row at all for " + joined(*answer.unmatched) + ".";
+        line += " The account has no row at all for " + joinedChannels(*answer.unmatched) + ".";
       }
       QuarlLog::say(line);
     }
   }
   state_.lastHeartbeatAt = parts_.clock->now();
-  QuarlLog::say("quarl: heartbeat ok, advertising " + (advertised.empty() ? std::string("nothing") : joined(advertised)));
+  QuarlLog::say("quarl: heartbeat ok, advertising " + (advertised.empty() ? std::string("nothing") : joinedChannels(advertised)));
 }
 
 json::object Companion::deviceFields() {

@@ -55,6 +55,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
 
   const CompanionState& state() const { return state_; }
   const CompanionSettings& settings() const { return settings_; }
+  // The user code of the pairing under way, for the sign-in page; none otherwise.
+  const std::optional<std::string>& pairingCode() const { return pairingCode_; }
   bool isTicking() const { return ticking_; }
   std::int64_t ticksRun() const { return ticksRun_; }
 

@@ -4,19 +4,14 @@
 #include "Utf16Text.h"
 
 namespace quarl {
-namespace {
-
-std::string joined(const std::vector<std::string>& items) {
+std::string joinedChannels(const std::vector<std::string>& channels) {
   std::string out;
-  for (const auto& item : items) {
+  for (const auto& channel : channels) {
     if (!out.empty()) out += ", ";
-    out += item;
+    out += channel;
   }
   return out;
 }
-
-}  // namespace
-
 std::vector<std::string> CompanionState::advertisableChannels() const {
   if (!signIn.isSignedIn() || !canReadMessages) return {};
   return enabledChannels;
@@ -30,7 +25,7 @@ std::optional<std::string> CompanionState::heartbeatBlockedReason() const {
 
 std::optional<std::string> CompanionState::unconnectedChannelWarning() const {
   if (unconnectedChannels.empty()) return std::nullopt;
-  return "This Mac offers " + joined(unconnectedChannels) +
+  return "This Mac offers " + joinedChannels(unconnectedChannels) +
          ", but your account has no connected channel for it, so those messages are being dropped. "
          "Connect it in Settings.";
 }

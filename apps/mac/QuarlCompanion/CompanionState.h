@@ -10,6 +10,9 @@
 
 namespace quarl {
 
+// Channel kinds as log lines and sentences name them: "imessage, sms".
+std::string joinedChannels(const std::vector<std::string>& channels);
+
 // Whether this Mac is signed in, carrying the text the interface shows for the session.
 struct SignIn {
   std::optional<std::string> signedInAs;

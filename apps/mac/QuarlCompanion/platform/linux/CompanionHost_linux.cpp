@@ -19,6 +19,7 @@ void LinuxCompanionHost::showPairingCode(const std::string& userCode, const std:
             << "." << std::endl;
 }
 
+// There is no icon to badge on the headless host; the coordinator's log line is the badge.
 void LinuxCompanionHost::setBadge(const std::optional<std::string>&) {}
 
 std::string LinuxCompanionHost::hardwareDescription() {

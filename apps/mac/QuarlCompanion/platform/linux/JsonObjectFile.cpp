@@ -93,6 +93,13 @@ boost::json::object JsonObjectFile::snapshot() const {
   return object_;
 }
 
+std::optional<boost::json::value> JsonObjectFile::member(std::string_view key) const {
+  std::lock_guard lock(mutex_);
+  const auto* value = object_.if_contains(key);
+  if (!value) return std::nullopt;
+  return *value;
+}
+
 bool JsonObjectFile::save(boost::json::object next) {
   std::lock_guard lock(mutex_);
   if (!writable_) return false;

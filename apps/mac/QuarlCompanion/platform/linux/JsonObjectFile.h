@@ -5,6 +5,8 @@
 #include <boost/json/object.hpp>
 #include <filesystem>
 #include <mutex>
+#include <optional>
+#include <string_view>
 
 #include "Clock.h"
 
@@ -25,6 +27,7 @@ class JsonObjectFile {
   JsonObjectFile(std::filesystem::path path, mode_t mode, const Clock& clock);
 
   boost::json::object snapshot() const;
+  std::optional<boost::json::value> member(std::string_view key) const;
   // Replaces the file's content by `next`; whether it reached the disk. The object in memory
   // changes only when it did.
   bool save(boost::json::object next);

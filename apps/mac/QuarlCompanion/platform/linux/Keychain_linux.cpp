@@ -6,8 +6,7 @@ FileKeychain::FileKeychain(std::filesystem::path directory, const Clock& clock)
     : file_(directory / "keychain.json", 0600, clock) {}
 
 std::optional<std::string> FileKeychain::read(std::string_view account) const {
-  const auto object = file_.snapshot();
-  const auto* value = object.if_contains(account);
+  const auto value = file_.member(account);
   if (!value || !value->is_string()) return std::nullopt;
   return std::string(value->get_string());
 }

@@ -6,10 +6,7 @@ FileSettingsStore::FileSettingsStore(std::filesystem::path directory, const Cloc
     : file_(directory / "defaults.json", 0600, clock) {}
 
 std::optional<boost::json::value> FileSettingsStore::read(std::string_view key) const {
-  const auto object = file_.snapshot();
-  const auto* value = object.if_contains(key);
-  if (!value) return std::nullopt;
-  return *value;
+  return file_.member(key);
 }
 
 bool FileSettingsStore::write(std::string_view key, boost::json::value value) {
