@@ -1,12 +1,11 @@
 #include "Companion.h"
 
-#include <openssl/rand.h>
-
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 
 #include "PairingClient.h"
 #include "QuarlLog.h"
+#include "RandomText.h"
 #include "SettingsKeys.h"
 
 namespace quarl {
@@ -20,15 +19,6 @@ constexpr std::string_view fullDiskAccessSentence =
 constexpr std::string_view pairingExpiredSentence = "That code expired before it was approved. Try again.";
 
 enum Work { tickWork, relayWork, liveWork };
-
-std::string randomInstallId() {
-  unsigned char bytes[16];
-  RAND_bytes(bytes, sizeof bytes);
-  static constexpr char hex[] = "0123456789abcdef";
-  std::string id;
-  for (const auto byte : bytes) id += {hex[byte >> 4], hex[byte & 15]};
-  return id;
-}
 
 // Detached work keeps the coordinator alive until it is done.
 asio::awaitable<void> runWork(std::shared_ptr<Companion> self, Work work) {
@@ -213,7 +203,7 @@ void Companion::applyHeartbeat(const HeartbeatResponse& answer, const std::vecto
 json::object Companion::deviceFields() {
   auto installId = parts_.defaults->string(keys::installId);
   if (!installId) {
-    installId = randomInstallId();
+    installId = randomHex(16);
     parts_.defaults->write(keys::installId, json::value(*installId));
   }
   return json::object{{"installId", *installId}, {"hardware", parts_.host->hardwareDescription()}};

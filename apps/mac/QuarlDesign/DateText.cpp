@@ -20,6 +20,77 @@ std::string iso8601(SystemTime time) {
   return text.data();
 }
 
+namespace {
+
+// Reads exactly `count` decimal digits from the front of `text`.
+std::optional<int> digits(std::string_view& text, std::size_t count) {
+  if (text.size() < count) return std::nullopt;
+  int value = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (text[i] < '0' || text[i] > '9') return std::nullopt;
+    value = value * 10 + (text[i] - '0');
+  }
+  text.remove_prefix(count);
+  return value;
+}
+
+bool literal(std::string_view& text, char expected) {
+  if (text.empty() || text.front() != expected) return false;
+  text.remove_prefix(1);
+  return true;
+}
+
+}  // namespace
+
+std::optional<SystemTime> instantFromIso8601(std::string_view text) {
+  using namespace std::chrono;
+  const auto year = digits(text, 4);
+  if (!year || !literal(text, '-')) return std::nullopt;
+  const auto month = digits(text, 2);
+  if (!month || !literal(text, '-')) return std::nullopt;
+  const auto day = digits(text, 2);
+  if (!day || !literal(text, 'T')) return std::nullopt;
+  const auto hour = digits(text, 2);
+  if (!hour || !literal(text, ':')) return std::nullopt;
+  const auto minute = digits(text, 2);
+  if (!minute || !literal(text, ':')) return std::nullopt;
+  const auto second = digits(text, 2);
+  if (!second) return std::nullopt;
+
+  const year_month_day date{std::chrono::year(*year), std::chrono::month(static_cast<unsigned>(*month)),
+                            std::chrono::day(static_cast<unsigned>(*day))};
+  if (!date.ok() || *hour > 23 || *minute > 59 || *second > 59) return std::nullopt;
+
+  nanoseconds fraction{0};
+  if (literal(text, '.')) {
+    long long scale = 100'000'000;
+    std::size_t count = 0;
+    while (!text.empty() && text.front() >= '0' && text.front() <= '9') {
+      fraction += nanoseconds((text.front() - '0') * scale);
+      scale /= 10;
+      text.remove_prefix(1);
+      ++count;
+    }
+    if (count == 0) return std::nullopt;
+  }
+
+  minutes offset{0};
+  if (!literal(text, 'Z')) {
+    if (text.empty() || (text.front() != '+' && text.front() != '-')) return std::nullopt;
+    const int sign = text.front() == '+' ? 1 : -1;
+    text.remove_prefix(1);
+    const auto offsetHours = digits(text, 2);
+    if (!offsetHours || !literal(text, ':')) return std::nullopt;
+    const auto offsetMinutes = digits(text, 2);
+    if (!offsetMinutes || *offsetHours > 23 || *offsetMinutes > 59) return std::nullopt;
+    offset = minutes(sign * (*offsetHours * 60 + *offsetMinutes));
+  }
+  if (!text.empty()) return std::nullopt;
+
+  const auto local = sys_days(date) + hours(*hour) + minutes(*minute) + seconds(*second) + fraction;
+  return time_point_cast<SystemTime::duration>(local - offset);
+}
+
 std::string relativeDateText(SystemTime date, SystemTime now) {
   using namespace std::chrono;
   const bool future = date > now;

@@ -12,6 +12,19 @@ TEST(DateText, Iso8601CarriesMillisecondsInUtc) {
   EXPECT_EQ(iso8601(SystemTime(0s)), "1970-01-01T00:00:00.000Z");
 }
 
+TEST(DateText, InstantsAreReadWithFractionsAndOffsets) {
+  EXPECT_EQ(instantFromIso8601("2023-11-14T22:13:20Z"), SystemTime(1700000000s));
+  EXPECT_EQ(instantFromIso8601("2023-11-14T22:13:20.25Z"), SystemTime(1700000000s + 250ms));
+  EXPECT_EQ(instantFromIso8601("2023-11-14T23:43:20+01:30"), SystemTime(1700000000s));
+  EXPECT_EQ(instantFromIso8601("2023-11-14T20:13:20-02:00"), SystemTime(1700000000s));
+  EXPECT_EQ(instantFromIso8601(iso8601(SystemTime(1700000000s + 7ms))), SystemTime(1700000000s + 7ms));
+  for (const char* bad : {"", "2023-11-14", "2023-11-14T22:13:20", "2023-02-30T00:00:00Z", "2023-11-14T24:00:00Z",
+                          "2023-11-14T22:13:20.Z", "2023-11-14T22:13:20Zjunk", "2023-11-14 22:13:20Z",
+                          "2023-11-14T22:13:20+0100"}) {
+    EXPECT_EQ(instantFromIso8601(bad), std::nullopt) << bad;
+  }
+}
+
 TEST(DateText, RelativeDatesUseTheLargestWholeUnit) {
   const SystemTime now(1700000000s);
   EXPECT_EQ(relativeDateText(now - 1s, now), "1 second ago");

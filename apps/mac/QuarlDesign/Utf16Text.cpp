@@ -53,6 +53,18 @@ bool isValidUtf8(std::string_view text) {
   return true;
 }
 
+std::string repairedUtf8(std::string_view text) {
+  if (isValidUtf8(text)) return std::string(text);
+  std::string out;
+  out.reserve(text.size() + 8);
+  while (!text.empty()) {
+    const auto decoded = decodeFront(text);
+    appendUtf8(out, decoded.codePoint);
+    text.remove_prefix(decoded.bytes);
+  }
+  return out;
+}
+
 std::string utf16Prefix(std::string_view text, std::size_t limit) {
   std::string out;
   out.reserve(std::min(text.size(), limit * 3));

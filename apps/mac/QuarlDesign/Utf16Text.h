@@ -21,4 +21,8 @@ std::string utf16Prefix(std::string_view text, std::size_t limit);
 // Whether `text` is well-formed UTF-8 throughout.
 bool isValidUtf8(std::string_view text);
 
+// `text` with every byte that does not begin a well-formed UTF-8 sequence replaced by U+FFFD,
+// so that text read from outside can be kept and sent without breaking JSON or logs.
+std::string repairedUtf8(std::string_view text);
+
 }  // namespace quarl

@@ -23,6 +23,8 @@ TEST(Utf16Text, BytesThatAreNotUtf8ComeBackAsReplacementCharacters) {
   EXPECT_FALSE(isValidUtf8(broken));
   EXPECT_TRUE(isValidUtf8(utf16Prefix(broken, 10)));
   EXPECT_FALSE(isValidUtf8("\xED\xA0\x80"));  // a lone surrogate written as UTF-8
+  EXPECT_EQ(repairedUtf8(broken), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
+  EXPECT_EQ(repairedUtf8("héllo 🎉"), "héllo 🎉");
 }
 
 }  // namespace

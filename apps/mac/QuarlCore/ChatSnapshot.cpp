@@ -1,0 +1,52 @@
+#include "ChatSnapshot.h"
+
+#include <sqlite3.h>
+
+#include "FileClone.h"
+#include "RandomText.h"
+
+namespace quarl {
+namespace fs = std::filesystem;
+
+std::error_code copyFileForSnapshot(const fs::path& from, const fs::path& to) {
+  if (cloneFile(from, to)) return {};
+  std::error_code error;
+  fs::copy_file(from, to, fs::copy_options::none, error);
+  return error;
+}
+
+boost::system::result<std::unique_ptr<ChatSnapshot>, ChatDatabaseFailure> ChatSnapshot::take(const std::string& path) {
+  std::error_code error;
+  if (!fs::exists(path, error)) return ChatDatabaseFailure::notFound(path);
+
+  const fs::path source(path);
+  auto folder = fs::temp_directory_path(error) / ("quarl-chatdb-" + randomUuid());
+  // From here on the snapshot owns the folder, so every return below removes it.
+  std::unique_ptr<ChatSnapshot> snapshot(new ChatSnapshot(folder));
+  fs::create_directories(folder, error);
+  if (error) return ChatDatabaseFailure::permissionDenied(path);
+  // The copy holds the owner's messages: nobody else may read it.
+  fs::permissions(folder, fs::perms::owner_all, error);
+
+  const auto copy = folder / source.filename();
+  // A main file that cannot be copied means macOS does not let this process read it.
+  if (copyFileForSnapshot(source, copy)) return ChatDatabaseFailure::permissionDenied(path);
+  for (const char* suffix : {"-wal", "-shm"}) {
+    const fs::path side(path + suffix);
+    // A side file that is missing or cannot be copied only means fewer recent rows.
+    if (fs::exists(side, error)) copyFileForSnapshot(side, copy.string() + suffix);
+  }
+
+  snapshot->connection_ = SqliteConnection::open(copy.string(), SQLITE_OPEN_READWRITE);
+  if (!snapshot->connection_) return ChatDatabaseFailure::permissionDenied(path);
+  snapshot->connection_->skipCheckpointOnClose();
+  return snapshot;
+}
+
+ChatSnapshot::~ChatSnapshot() {
+  connection_.reset();
+  std::error_code ignored;
+  fs::remove_all(folder_, ignored);
+}
+
+}  // namespace quarl

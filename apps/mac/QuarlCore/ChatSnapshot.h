@@ -1,0 +1,39 @@
+#pragma once
+
+#include <boost/system/result.hpp>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "ChatDatabaseFailure.h"
+#include "SqliteConnection.h"
+
+namespace quarl {
+
+// A private copy of the Messages store, taken so that a query never holds a lock on the live
+// file and never sees a half-written page. The copy lives in a fresh folder of its own, which
+// is removed with everything in it when the snapshot goes, on every path.
+class ChatSnapshot {
+ public:
+  // Copies `path`, then its "-wal" and "-shm" files when they exist, and opens the copy
+  // read-write so that SQLite can replay the copied write-ahead log. The user's file is only
+  // ever read.
+  static boost::system::result<std::unique_ptr<ChatSnapshot>, ChatDatabaseFailure> take(const std::string& path);
+
+  ~ChatSnapshot();
+  ChatSnapshot(const ChatSnapshot&) = delete;
+  ChatSnapshot& operator=(const ChatSnapshot&) = delete;
+
+  SqliteConnection& connection() { return *connection_; }
+  const std::filesystem::path& folder() const { return folder_; }
+
+ private:
+  explicit ChatSnapshot(std::filesystem::path folder) : folder_(std::move(folder)) {}
+  std::filesystem::path folder_;
+  std::optional<SqliteConnection> connection_;
+};
+
+// Copies `from` to `to` as a clone where the file system allows, else byte for byte.
+std::error_code copyFileForSnapshot(const std::filesystem::path& from, const std::filesystem::path& to);
+
+}  // namespace quarl

@@ -1,0 +1,63 @@
+#include "ChatSnapshot.h"
+
+#include <gtest/gtest.h>
+
+#include "../tests/support/FileContents.h"
+#include "../tests/support/TemporaryDirectory.h"
+#include "MessagesStore.h"
+
+namespace quarl {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::fileContents;
+
+TEST(ChatSnapshot, CopiesTheStoreWithItsLogIntoAPrivateFolderAndRemovesItAfterwards) {
+  testing::TemporaryDirectory home;
+  const auto path = (home.path() / "chat.db").string();
+  {
+    testing::MessagesStore store(path);
+    store.message({.guid = "only-in-the-log", .chat = store.chat("+1", "iMessage"), .text = "hi", .date = 1});
+  }
+  const auto mainBefore = fileContents(path);
+  const auto logBefore = fileContents(path + "-wal");
+  ASSERT_FALSE(logBefore.empty());
+
+  fs::path folder;
+  {
+    auto snapshot = ChatSnapshot::take(path);
+    ASSERT_TRUE(snapshot) << snapshot.error().description();
+    folder = (*snapshot)->folder();
+    EXPECT_TRUE(folder.filename().string().starts_with("quarl-chatdb-"));
+    EXPECT_NE(folder.parent_path(), home.path());
+    EXPECT_EQ(fs::status(folder).permissions() & fs::perms::all, fs::perms::owner_all);
+    EXPECT_EQ(fileContents(folder / "chat.db-wal"), logBefore);
+    auto rows = (*snapshot)->connection().prepare("select guid from message");
+    ASSERT_TRUE(rows);
+    ASSERT_TRUE(rows->step());
+    EXPECT_EQ(rows->text(0), "only-in-the-log");
+  }
+  EXPECT_FALSE(fs::exists(folder));
+  EXPECT_EQ(fileContents(path), mainBefore) << "the user's store is only ever read";
+  EXPECT_EQ(fileContents(path + "-wal"), logBefore);
+
+  const auto missing = ChatSnapshot::take((home.path() / "nothing.db").string());
+  ASSERT_FALSE(missing);
+  EXPECT_EQ(missing.error().kind(), ChatDatabaseFailure::Kind::notFound);
+}
+
+TEST(ChatSnapshot, ACopyIsTheSameBytesWhetherClonedOrCopied) {
+  testing::TemporaryDirectory folder;
+  const auto from = folder.path() / "from";
+  std::string bytes(300000, '\0');
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7);
+  std::ofstream(from, std::ios::binary) << bytes;
+  EXPECT_FALSE(copyFileForSnapshot(from, folder.path() / "to"));
+  EXPECT_EQ(fileContents(folder.path() / "to"), bytes);
+  EXPECT_TRUE(copyFileForSnapshot(from, folder.path() / "to")) << "an existing file is never overwritten";
+  EXPECT_TRUE(copyFileForSnapshot(folder.path() / "missing", folder.path() / "other"));
+  EXPECT_FALSE(fs::exists(folder.path() / "other"));
+}
+
+}  // namespace
+}  // namespace quarl
