@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ChannelOffer.h"
+#include "ChatDatabase.h"
 
 namespace quarl {
 
@@ -13,6 +14,9 @@ struct MessagesStoreReading {
   bool readable = false;
   std::optional<std::string> schemaFailure;  // the failure's sentence when the shape is wrong
 };
+
+// Asks the store both questions; blocks, so hosts call it on a worker.
+MessagesStoreReading readMessagesStoreNow(const ChatDatabase& database);
 
 // The parts of the Mac the coordinator asks about or shows things through. Each platform
 // gives one; the Linux host answers for what Linux has, and "unavailable" for the rest.

@@ -13,6 +13,7 @@
 
 #include "../support/DevBrainAdmin.h"
 #include "../support/FileContents.h"
+#include "../support/MessagesStore.h"
 #include "../support/TemporaryDirectory.h"
 
 namespace quarl {
@@ -128,6 +129,36 @@ TEST_F(HostAgainstDevBrain, PairingsThatEndWithoutASessionStoreNothing) {
   EXPECT_FALSE(fs::exists(config_ / "keychain.json"));
   EXPECT_FALSE(json::parse(testing::fileContents(config_ / "defaults.json")).as_object().contains("QuarlDeviceId"));
   EXPECT_EQ(requestsTo("/v1/relay/heartbeat"), 0);
+}
+
+TEST_F(HostAgainstDevBrain, AMessagesStoreInItsPlaceIsReadAndItsChannelsOffered) {
+  const auto messages = home_.path() / "Library" / "Messages";
+  fs::create_directories(messages);
+  {
+    testing::MessagesStore store(messages / "chat.db");
+    store.message({.guid = "m1", .chat = store.chat("+1555", "iMessage"), .text = "hi", .date = 1});
+  }
+  const auto [code, log] = runOnce([&] {
+    awaitPendingPoll();
+    admin_.post("/admin/pairings/approve");
+  });
+  ASSERT_EQ(code, 0) << log;
+  auto heartbeat = json::parse(admin_.requests().back().at("body").as_string());
+  EXPECT_THAT(json::serialize(heartbeat.at("channels")), HasSubstr("imessage"));
+  EXPECT_THAT(json::serialize(heartbeat.at("channels")), HasSubstr("sms"));
+  EXPECT_TRUE(heartbeat.at("blockedReason").is_null());
+
+  for (const char* name : {"chat.db", "chat.db-wal", "chat.db-shm"}) fs::remove(messages / name);
+  {
+    testing::MessagesStore store(messages / "chat.db");
+    store.exec("alter table message drop column attributedBody;");
+  }
+  const auto [again, secondLog] = runOnce();
+  ASSERT_EQ(again, 0) << secondLog;
+  heartbeat = json::parse(admin_.requests().back().at("body").as_string());
+  EXPECT_EQ(heartbeat.at("channels"), json::array{});
+  EXPECT_EQ(heartbeat.at("blockedReason"),
+            "The Messages database is not the shape Quarl knows how to read: `message` has no attributedBody");
 }
 
 }  // namespace

@@ -4,12 +4,17 @@
 
 #include <iostream>
 
+#include "ChatDatabase.h"
+#include "Workers.h"
+
 namespace quarl {
 
-// The Messages store reader is not built into this host yet, so the store counts as not
-// readable: the heartbeat then carries the Full Disk Access sentence and no Messages channel.
+// Linux has no Messages application, but a store copied to the same place under $HOME is
+// read as the Mac reads it; without one the store counts as not readable.
 boost::asio::awaitable<MessagesStoreReading> LinuxCompanionHost::readMessagesStore() {
-  co_return MessagesStoreReading{false, std::nullopt};
+  MessagesStoreReading reading;
+  co_await runOnWorker([&reading] { reading = readMessagesStoreNow(ChatDatabase{ChatDatabase::defaultPath()}); });
+  co_return reading;
 }
 
 std::optional<WhatsAppSettledState> LinuxCompanionHost::whatsappState() { return std::nullopt; }
