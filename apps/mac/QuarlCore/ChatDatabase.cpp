@@ -9,6 +9,7 @@
 #include <fstream>
 #include <map>
 
+#include "ChatQueries.h"
 #include "ChatSnapshot.h"
 #include "MediaTypes.h"
 #include "TypedStreamText.h"
@@ -135,7 +136,9 @@ std::string expandedHome(const std::string& path) {
   return (home ? std::string(home) : std::string()) + path.substr(1);
 }
 
-std::string messagesSql(bool hasTapbackColumn) {
+}  // namespace
+
+std::string messagesQuery(bool hasTapbackColumn) {
   return R"(select m.guid,
        c.chat_identifier,
        m.is_from_me,
@@ -159,7 +162,7 @@ where )" + secondsOf("m.date") + R"( > ?1
 limit ?2)";
 }
 
-std::string attachmentsSql(const std::vector<std::int64_t>& rowIds, bool hasSensitiveColumn) {
+std::string attachmentsQuery(const std::vector<std::int64_t>& rowIds, bool hasSensitiveColumn) {
   std::string ids;
   for (const auto id : rowIds) {
     if (!ids.empty()) ids += ",";
@@ -179,6 +182,8 @@ join attachment a on a.ROWID = j.attachment_id
 where j.message_id in ()" + ids + R"()
 order by j.message_id asc, a.ROWID asc)";
 }
+
+namespace {
 
 std::string tapbacksSql(bool hasEmojiColumn) {
   return R"(select m.ROWID,
@@ -289,7 +294,7 @@ boost::system::result<AttachmentsByRow, std::string> attachmentsFor(SqliteConnec
   if (auto problem = shapeProblem("attachment", *columns, attachmentRequired)) return *problem;
   AttachmentsByRow found;
   if (rowIds.empty()) return found;
-  auto statement = connection.prepare(attachmentsSql(rowIds, has(*columns, "is_commsafety_sensitive")));
+  auto statement = connection.prepare(attachmentsQuery(rowIds, has(*columns, "is_commsafety_sensitive")));
   if (!statement) return "reading attachments: " + statement.error();
   while (statement->step()) {
     if (statement->isNull(1)) continue;
@@ -348,14 +353,20 @@ ChatDatabase::Result<void> ChatDatabase::verifySchema() const {
 ChatDatabase::Result<ChatDatabase::MessageBatch> ChatDatabase::messages(SystemTime after, int limit) const {
   auto snapshot = ChatSnapshot::take(path);
   if (!snapshot) return snapshot.error();
-  auto& connection = (*snapshot)->connection();
+  return readMessages((*snapshot)->connection(), after, limit);
+}
+
+ChatDatabase::Result<ChatDatabase::MessageBatch> readMessages(SqliteConnection& connection, SystemTime after,
+                                                              int limit) {
+  using Message = ChatDatabase::Message;
+  using MessageBatch = ChatDatabase::MessageBatch;
   if (auto checked = checkRequired(connection); !checked) return checked.error();
   auto messageColumns = columnsOf(connection, "message");
   if (!messageColumns) return messageColumns.error();
 
-  auto statement = connection.prepare(messagesSql(has(*messageColumns, "associated_message_type")));
+  auto statement = connection.prepare(messagesQuery(has(*messageColumns, "associated_message_type")));
   if (!statement) return Failure::query(statement.error());
-  statement->bind(1, appleSeconds(after));
+  statement->bind(1, ChatDatabase::appleSeconds(after));
   statement->bind(2, static_cast<std::int64_t>(limit));
   std::vector<Message> read;
   while (statement->step()) {
