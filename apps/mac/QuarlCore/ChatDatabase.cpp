@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -116,8 +117,7 @@ std::optional<std::string> unavailableBecause(const Columns& messageColumns, con
 }
 
 boost::system::result<std::optional<SqliteConnection>, Failure> openDirect(const std::string& path) {
-  std::error_code error;
-  if (!fs::exists(path, error)) return Failure::notFound(path);
+  if (auto problem = storeFileProblem(path)) return *problem;
   auto connection = SqliteConnection::open(path, SQLITE_OPEN_READONLY);
   if (!connection) return Failure::permissionDenied(path);
   return connection;
@@ -509,16 +509,26 @@ ChatDatabase::Result<ChatDatabase::ReplyAddress> ChatDatabase::replyAddress(std:
 
 ChatDatabase::Result<std::optional<std::string>> ChatDatabase::attachmentBytes(const std::string& path,
                                                                                std::size_t upTo) {
-  std::error_code error;
-  if (!fs::exists(path, error)) return std::optional<std::string>();
+  if (auto problem = storeFileProblem(path)) {
+    if (problem->kind() == Failure::Kind::notFound) return std::optional<std::string>();
+    return *problem;
+  }
   std::ifstream file(path, std::ios::binary);
   if (!file) return Failure::permissionDenied(path);
-  std::string bytes(upTo + 1, '\0');
-  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  if (file.bad()) return Failure::permissionDenied(path);
-  const auto count = static_cast<std::size_t>(file.gcount());
-  if (count > upTo) return std::optional<std::string>();
-  bytes.resize(count);
+  // Read in pieces, so that a small file costs a small buffer and a large one stops at the
+  // limit's first byte beyond.
+  constexpr std::size_t piece = 1 << 16;
+  std::string bytes;
+  while (bytes.size() <= upTo) {
+    const auto offset = bytes.size();
+    const auto wanted = std::min(piece, upTo + 1 - offset);
+    bytes.resize(offset + wanted);
+    file.read(bytes.data() + offset, static_cast<std::streamsize>(wanted));
+    bytes.resize(offset + static_cast<std::size_t>(file.gcount()));
+    if (file.bad()) return Failure::permissionDenied(path);
+    if (!file) break;
+  }
+  if (bytes.size() > upTo) return std::optional<std::string>();
   return std::optional<std::string>(std::move(bytes));
 }
 

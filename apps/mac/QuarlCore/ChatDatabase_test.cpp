@@ -382,9 +382,11 @@ TEST_F(ChatDatabaseTest, OutboundSendsAndReplyAddressesComeFromTheStore) {
 
 TEST_F(ChatDatabaseTest, AttachmentBytesStopOneByteAfterTheLimit) {
   const auto file = (home_.path() / "video.mov").string();
-  std::ofstream(file, std::ios::binary) << std::string(1000, 'v');
-  EXPECT_EQ(ChatDatabase::attachmentBytes(file, 1000).value(), std::string(1000, 'v'));
-  EXPECT_EQ(ChatDatabase::attachmentBytes(file, 999).value(), std::nullopt);
+  const std::string video(200'000, 'v');
+  std::ofstream(file, std::ios::binary) << video;
+  EXPECT_EQ(ChatDatabase::attachmentBytes(file, 200'000).value(), video);
+  EXPECT_EQ(ChatDatabase::attachmentBytes(file, 199'999).value(), std::nullopt);
+  EXPECT_EQ(ChatDatabase::attachmentBytes(file, 1 << 16).value(), std::nullopt);
   EXPECT_EQ(ChatDatabase::attachmentBytes(file + ".gone", 1000).value(), std::nullopt);
   std::ofstream(file, std::ios::binary | std::ios::trunc);
   EXPECT_EQ(ChatDatabase::attachmentBytes(file, 10).value(), std::string());

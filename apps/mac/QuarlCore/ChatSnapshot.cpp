@@ -15,9 +15,17 @@ std::error_code copyFileForSnapshot(const fs::path& from, const fs::path& to) {
   return error;
 }
 
-boost::system::result<std::unique_ptr<ChatSnapshot>, ChatDatabaseFailure> ChatSnapshot::take(const std::string& path) {
+std::optional<ChatDatabaseFailure> storeFileProblem(const std::string& path) {
   std::error_code error;
-  if (!fs::exists(path, error)) return ChatDatabaseFailure::notFound(path);
+  const auto status = fs::status(path, error);
+  if (status.type() == fs::file_type::not_found) return ChatDatabaseFailure::notFound(path);
+  if (error) return ChatDatabaseFailure::permissionDenied(path);
+  return std::nullopt;
+}
+
+boost::system::result<std::unique_ptr<ChatSnapshot>, ChatDatabaseFailure> ChatSnapshot::take(const std::string& path) {
+  if (auto problem = storeFileProblem(path)) return *problem;
+  std::error_code error;
 
   const fs::path source(path);
   auto folder = fs::temp_directory_path(error) / ("quarl-chatdb-" + randomUuid());

@@ -33,6 +33,10 @@ class ChatSnapshot {
   std::optional<SqliteConnection> connection_;
 };
 
+// Why the store at `path` cannot even be looked at: notFound when nothing is there,
+// permissionDenied when macOS will not say (a folder closed to this process). None when it is there.
+std::optional<ChatDatabaseFailure> storeFileProblem(const std::string& path);
+
 // Copies `from` to `to` as a clone where the file system allows, else byte for byte.
 std::error_code copyFileForSnapshot(const std::filesystem::path& from, const std::filesystem::path& to);
 
