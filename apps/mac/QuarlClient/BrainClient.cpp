@@ -1,5 +1,6 @@
 #include "BrainClient.h"
 
+
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -8,6 +9,7 @@
 #include <boost/json/serialize.hpp>
 #include <cmath>
 
+#include "Base64.h"
 #include "JsonFields.h"
 #include "Tokens.h"
 
@@ -166,6 +168,59 @@ asio::awaitable<BrainClient::Result<HttpResponse>> BrainClient::signedAttempt(Qu
 
 asio::awaitable<BrainClient::Result<HeartbeatResponse>> BrainClient::heartbeat(HeartbeatReport report) {
   co_return co_await call<HeartbeatResponse>(QuarlEndpoint::heartbeat(), heartbeatBody(report));
+}
+
+namespace {
+
+// Bodies are built outside the coroutines: GCC 12 miscompiles some initialiser lists inside them.
+json::object claimBody(int limit) { return json::object{{"limit", limit}}; }
+json::object uploadBody(const std::string& bytes) { return json::object{{"dataBase64", base64Encode(bytes)}}; }
+json::object eventsBody(std::string channelId, json::array events) {
+  return json::object{{"channelId", std::move(channelId)}, {"events", std::move(events)}};
+}
+
+}  // namespace
+
+asio::awaitable<BrainClient::Result<std::vector<RelayJob>>> BrainClient::claimJobs(int limit) {
+  auto claimed = co_await call<ClaimResponse>(QuarlEndpoint::claimJobs(), claimBody(limit));
+  if (!claimed) co_return claimed.error();
+  co_return std::move(claimed->jobs);
+}
+
+asio::awaitable<BrainClient::Result<void>> BrainClient::reportJob(std::string jobId, bool ok,
+                                                                  std::optional<std::string> failureReason,
+                                                                  std::optional<std::string> providerMessageId) {
+  auto answer = co_await call(QuarlEndpoint::reportJob(jobId), jobReportBody(ok, failureReason, providerMessageId));
+  if (!answer) co_return answer.error();
+  co_return Result<void>();
+}
+
+asio::awaitable<BrainClient::Result<FetchedFile>> BrainClient::relayAttachmentBytes(std::string jobId,
+                                                                                     std::string attachmentId) {
+  auto fetched = co_await call<FetchedAttachment>(QuarlEndpoint::relayAttachment(jobId, attachmentId), std::nullopt);
+  if (!fetched) co_return fetched.error();
+  auto checked = checkedBytes(*fetched);
+  if (checked.problem) co_return Failure::decoding(*checked.problem);
+  co_return std::move(*checked.file);
+}
+
+asio::awaitable<BrainClient::Result<std::vector<AttachmentDecision>>> BrainClient::ingest(IngestMessage message) {
+  auto answer = co_await call<IngestResponse>(QuarlEndpoint::ingest(), ingestBody(message));
+  if (!answer) co_return answer.error();
+  co_return std::move(answer->attachments);
+}
+
+asio::awaitable<BrainClient::Result<void>> BrainClient::uploadInboundAttachment(std::string attachmentId,
+                                                                                std::string bytes) {
+  auto answer = co_await call(QuarlEndpoint::uploadInboundAttachment(attachmentId), uploadBody(bytes));
+  if (!answer) co_return answer.error();
+  co_return Result<void>();
+}
+
+asio::awaitable<BrainClient::Result<void>> BrainClient::postMessageEvents(std::string channelId, json::array events) {
+  auto answer = co_await call(QuarlEndpoint::messageEvents(), eventsBody(std::move(channelId), std::move(events)));
+  if (!answer) co_return answer.error();
+  co_return Result<void>();
 }
 
 asio::awaitable<BrainClient::Result<std::string>> BrainClient::usableAccessToken() {

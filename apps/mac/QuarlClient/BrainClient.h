@@ -19,6 +19,7 @@
 #include "Endpoints.h"
 #include "Heartbeat.h"
 #include "HttpTransport.h"
+#include "RelayRecords.h"
 
 namespace quarl {
 
@@ -66,6 +67,19 @@ class BrainClient {
 
   // Tells the service what this Mac offers; the answer names channel ids and what waits.
   boost::asio::awaitable<Result<HeartbeatResponse>> heartbeat(HeartbeatReport report);
+
+  // Relay jobs for this Mac, at most `limit`.
+  boost::asio::awaitable<Result<std::vector<RelayJob>>> claimJobs(int limit);
+  boost::asio::awaitable<Result<void>> reportJob(std::string jobId, bool ok, std::optional<std::string> failureReason,
+                                                 std::optional<std::string> providerMessageId);
+  // A relay attachment's bytes; fails before handing over bytes that are missing or of
+  // another length than promised, so a truncated file is never sent on.
+  boost::asio::awaitable<Result<FetchedFile>> relayAttachmentBytes(std::string jobId, std::string attachmentId);
+  // Hands one message over; the answer says which of its attachments the service wants.
+  boost::asio::awaitable<Result<std::vector<AttachmentDecision>>> ingest(IngestMessage message);
+  boost::asio::awaitable<Result<void>> uploadInboundAttachment(std::string attachmentId, std::string bytes);
+  // One batch of receipts and reactions of one channel.
+  boost::asio::awaitable<Result<void>> postMessageEvents(std::string channelId, boost::json::array events);
 
   // An access token with more than 60 s of life left, renewing first if needed.
   boost::asio::awaitable<Result<std::string>> usableAccessToken();

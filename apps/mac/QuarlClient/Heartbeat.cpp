@@ -2,21 +2,10 @@
 
 #include <boost/json/value.hpp>
 
+#include "JsonFields.h"
+
 namespace quarl {
 namespace json = boost::json;
-
-namespace {
-
-// An optional key: absent or null gives none; anything else must have the right type, or
-// value_to throws, which try_value_to turns into a decoding failure.
-template <class T>
-std::optional<T> optionalMember(const json::object& object, std::string_view key) {
-  const auto* member = object.if_contains(key);
-  if (!member || member->is_null()) return std::nullopt;
-  return json::value_to<T>(*member);
-}
-
-}  // namespace
 
 json::object heartbeatBody(const HeartbeatReport& report) {
   json::array channels;

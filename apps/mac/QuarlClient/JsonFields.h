@@ -1,6 +1,7 @@
 #pragma once
 
-#include <boost/json/fwd.hpp>
+#include <boost/json/object.hpp>
+#include <boost/json/value_to.hpp>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -13,5 +14,14 @@ namespace quarl {
 std::optional<std::string> textField(const boost::json::object& object, std::string_view key);
 std::optional<std::string> textField(const boost::json::value& value, std::string_view key);
 std::optional<std::int64_t> integerField(const boost::json::object& object, std::string_view key);
+
+// An optional key of a record being decoded: absent or null gives none; anything else must have
+// the right type, or value_to throws, which try_value_to turns into a decoding failure.
+template <class T>
+std::optional<T> optionalMember(const boost::json::object& object, std::string_view key) {
+  const auto* member = object.if_contains(key);
+  if (!member || member->is_null()) return std::nullopt;
+  return boost::json::value_to<T>(*member);
+}
 
 }  // namespace quarl

@@ -34,6 +34,7 @@ QuarlEndpoint QuarlEndpoint::ingest() { return {post, "/v1/ingest"}; }
 QuarlEndpoint QuarlEndpoint::uploadInboundAttachment(std::string_view attachmentId) {
   return {post, joined("/v1/ingest/attachments/", attachmentId, "/bytes")};
 }
+QuarlEndpoint QuarlEndpoint::messageEvents() { return {post, "/v1/ingest/message-events"}; }
 QuarlEndpoint QuarlEndpoint::nextOperatorStep() { return {post, "/v1/mac/operator/next"}; }
 QuarlEndpoint QuarlEndpoint::postOperatorResult(std::string_view stepId) {
   return {post, joined("/v1/mac/operator/steps/", stepId, "/result")};

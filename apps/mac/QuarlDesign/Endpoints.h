@@ -20,6 +20,7 @@ struct QuarlEndpoint {
   static QuarlEndpoint reportJob(std::string_view jobId);
   static QuarlEndpoint ingest();
   static QuarlEndpoint uploadInboundAttachment(std::string_view attachmentId);
+  static QuarlEndpoint messageEvents();
   static QuarlEndpoint nextOperatorStep();
   static QuarlEndpoint postOperatorResult(std::string_view stepId);
   static QuarlEndpoint postRunStopped(std::string_view runId);

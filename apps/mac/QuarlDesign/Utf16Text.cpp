@@ -53,6 +53,50 @@ bool isValidUtf8(std::string_view text) {
   return true;
 }
 
+namespace {
+
+// Calls `visit(clusterBytes)` for each grapheme cluster of `text` until it returns false.
+template <class Visit>
+void forEachGrapheme(std::string_view text, Visit visit) {
+  utf8proc_int32_t state = 0;
+  utf8proc_int32_t previous = -1;
+  std::size_t clusterStart = 0;
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const auto decoded = decodeFront(text.substr(at));
+    if (previous >= 0 && utf8proc_grapheme_break_stateful(previous, decoded.codePoint, &state)) {
+      if (!visit(text.substr(clusterStart, at - clusterStart))) return;
+      clusterStart = at;
+    }
+    previous = decoded.codePoint;
+    at += decoded.bytes;
+  }
+  if (at > clusterStart) visit(text.substr(clusterStart, at - clusterStart));
+}
+
+}  // namespace
+
+std::size_t graphemeCount(std::string_view text) {
+  std::size_t count = 0;
+  forEachGrapheme(text, [&](std::string_view) {
+    ++count;
+    return true;
+  });
+  return count;
+}
+
+std::string graphemePrefix(std::string_view text, std::size_t count) {
+  std::string out;
+  std::size_t taken = 0;
+  forEachGrapheme(text, [&](std::string_view cluster) {
+    if (taken == count) return false;
+    out += repairedUtf8(cluster);
+    ++taken;
+    return true;
+  });
+  return out;
+}
+
 std::string repairedUtf8(std::string_view text) {
   if (isValidUtf8(text)) return std::string(text);
   std::string out;

@@ -21,6 +21,13 @@ std::string utf16Prefix(std::string_view text, std::size_t limit);
 // Whether `text` is well-formed UTF-8 throughout.
 bool isValidUtf8(std::string_view text);
 
+// The number of characters of `text` as a person counts them: extended grapheme clusters, so
+// "é" written as e + U+0301, or a family emoji joined with U+200D, is one.
+std::size_t graphemeCount(std::string_view text);
+
+// The first `count` grapheme clusters of `text`, never cutting one in two.
+std::string graphemePrefix(std::string_view text, std::size_t count);
+
 // `text` with every byte that does not begin a well-formed UTF-8 sequence replaced by U+FFFD,
 // so that text read from outside can be kept and sent without breaking JSON or logs.
 std::string repairedUtf8(std::string_view text);

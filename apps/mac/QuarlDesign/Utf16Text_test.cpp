@@ -27,5 +27,18 @@ TEST(Utf16Text, BytesThatAreNotUtf8ComeBackAsReplacementCharacters) {
   EXPECT_EQ(repairedUtf8("héllo 🎉"), "héllo 🎉");
 }
 
+TEST(Utf16Text, GraphemesAreCountedAsPeopleSeeThem) {
+  const std::string family = "\xF0\x9F\x91\xA8\xE2\x80\x8D\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x91\xA7";
+  const std::string decomposed = "e\xCC\x81";  // e + combining acute
+  EXPECT_EQ(graphemeCount("abc"), 3u);
+  EXPECT_EQ(graphemeCount(family), 1u);
+  EXPECT_EQ(graphemeCount(decomposed + "x"), 2u);
+  EXPECT_EQ(graphemeCount("🇫🇷🇩🇪"), 2u);
+  EXPECT_EQ(graphemeCount(""), 0u);
+  EXPECT_EQ(graphemePrefix(family + decomposed + "z", 2), family + decomposed);
+  EXPECT_EQ(graphemePrefix("🇫🇷🇩🇪", 1), "🇫🇷");
+  EXPECT_EQ(graphemePrefix("abc", 5), "abc");
+}
+
 }  // namespace
 }  // namespace quarl
