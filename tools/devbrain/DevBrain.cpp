@@ -30,12 +30,6 @@ std::string hmacSha256(const std::string& key, const std::string& data) {
   return std::string(reinterpret_cast<const char*>(digest), length);
 }
 
-Answer jsonAnswer(int status, const json::value& body) { return {status, json::serialize(body)}; }
-
-Answer problem(int status, std::string_view code, std::string_view message) {
-  return jsonAnswer(status, json::object{{"code", code}, {"message", message}});
-}
-
 Answer wireRule(const std::string& rule) { return problem(400, "wire_rule", "wire rule broken: " + rule); }
 
 std::optional<std::string> text(const json::object& body, std::string_view key) {
@@ -73,6 +67,12 @@ std::optional<std::string> nullPath(const json::value& value, const std::string&
 bool isUnsigned(const std::string& path) { return path == "/v1/auth/refresh" || path.starts_with("/v1/devices/pair/"); }
 
 }  // namespace
+
+Answer jsonAnswer(int status, const json::value& body) { return {status, json::serialize(body)}; }
+
+Answer problem(int status, std::string_view code, std::string_view message) {
+  return jsonAnswer(status, json::object{{"code", code}, {"message", message}});
+}
 
 DevBrain::DevBrain(std::string baseURL) : baseURL_(std::move(baseURL)), signingKey_(randomToken(32)) {}
 
@@ -126,6 +126,7 @@ std::optional<std::string> DevBrain::wireProblem(const Request& request, const s
     const std::string allowed = path == "/v1/relay/heartbeat" ? "/blockedReason" : "";
     if (auto at = nullPath(*body, "", allowed)) return "no nulls in bodies, found one at " + *at;
   }
+  if (auto rule = desk_.wireProblem(request.method, path, body ? &*body : nullptr)) return rule;
   if (path == "/v1/relay/heartbeat") {
     if (!body) return "the heartbeat needs a JSON body";
     const auto* channels = body->if_contains("channels");
@@ -172,6 +173,7 @@ Answer DevBrain::route(const Request& request, const std::string& path, const js
   }
   const auto& device = devices_.at(token->second.deviceId);
   if (path == "/v1/relay/heartbeat" && request.method == "POST") return heartbeat(device, body);
+  if (auto answer = desk_.route(request.method, path, body)) return *answer;
   return problem(404, "not_found", "devbrain does not serve " + request.method + " " + path + ".");
 }
 
@@ -245,6 +247,7 @@ Answer DevBrain::heartbeat(const Device&, const json::object& body) {
 
 Answer DevBrain::admin(const Request& request, const std::string& path, const json::object& body) {
   if (path == "/admin/requests") return jsonAnswer(200, requestLog_);
+  if (auto answer = desk_.admin(request.method, path, body)) return *answer;
   if (path == "/admin/stats") return jsonAnswer(200, json::object{{"refreshExchanges", refreshExchanges_}});
   if (request.method != "POST") return problem(404, "not_found", "Admin calls other than reads are POST.");
 
@@ -281,6 +284,7 @@ Answer DevBrain::admin(const Request& request, const std::string& path, const js
     return jsonAnswer(200, json::object{{"userCode", pairing->userCode}});
   }
   if (path == "/admin/settings") {
+    desk_.applySettings(body);
     if (const auto* v = body.if_contains("autoApprove"); v && v->is_bool()) autoApprove_ = v->get_bool();
     if (const auto* v = body.if_contains("pairingExpiresInSeconds"); v && v->is_int64()) pairingExpiresInSeconds_ = v->get_int64();
     if (const auto* v = body.if_contains("pairingIntervalSeconds"); v && v->is_int64()) pairingIntervalSeconds_ = v->get_int64();

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "IngestDesk.h"
+
 namespace devbrain {
 
 struct Request {
@@ -24,6 +26,9 @@ struct Answer {
   std::chrono::milliseconds delay{0};
   bool drop = false;  // close the connection without answering
 };
+
+Answer jsonAnswer(int status, const boost::json::value& body);
+Answer problem(int status, std::string_view code, std::string_view message);
 
 // A local stand-in of the service: the endpoints the companion calls, with real rotating
 // tokens, in-memory state, strict wire checks and an admin surface under /admin/ for tests
@@ -80,6 +85,7 @@ class DevBrain {
   Pairing* findPairing(const boost::json::object& body);
 
   std::string baseURL_;
+  IngestDesk desk_;
   std::string signingKey_;
   std::map<std::string, Device> devices_;
   std::map<std::string, AccessToken> accessTokens_;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "../support/DevBrainAdmin.h"
+#include "Base64.h"
 #include "BrainClient.h"
 #include "Tokens.h"
 
@@ -222,6 +223,63 @@ TEST_F(BrainClientAgainstDevBrain, AUsableTokenIsKeptAndAnExpiringOneRenewedFirs
   ASSERT_TRUE(renewed) << renewed.error().description();
   EXPECT_NE(*renewed, *before);
   EXPECT_EQ(admin_.refreshExchanges(), 1);
+}
+
+TEST_F(BrainClientAgainstDevBrain, IngestEventsAndRelayJobsKeepTheWireRules) {
+  auto brain = client(newDevice());
+  IngestMessage message{.channelId = "ch-imessage",
+                        .externalThreadId = "+15550001",
+                        .externalMessageId = "GUID-1",
+                        .direction = "inbound",
+                        .body = "hello",
+                        .sentAt = clock_->now(),
+                        .senderIdentifier = "+15550001",
+                        .senderIdentifierKind = "phone",
+                        .threadKind = "direct",
+                        .attachments = {{"ATT-1", "a.heic", "image/heic", 5}}};
+  const auto decisions = run(brain->ingest(message));
+  ASSERT_TRUE(decisions) << decisions.error().description();
+  ASSERT_EQ(decisions->size(), 1u);
+  EXPECT_EQ(decisions->at(0).id, "ATT-1");
+  EXPECT_TRUE(decisions->at(0).wantBytes);
+  ASSERT_TRUE(run(brain->uploadInboundAttachment("ATT-1", "bytes")));
+  EXPECT_EQ(admin_.get("/admin/uploads").at("ATT-1").at("dataBase64").as_string(), base64Encode("bytes"));
+  const auto unknown = run(brain->uploadInboundAttachment("ATT-9", "x"));
+  ASSERT_FALSE(unknown);
+  EXPECT_EQ(unknown.error().asHttp()->message, "No such attachment on this account.");
+
+  json::array events{json::object{{"kind", "status"}, {"status", "read"}, {"messageExternalId", "GUID-0"}}};
+  ASSERT_TRUE(run(brain->postMessageEvents("ch-imessage", events)));
+  EXPECT_EQ(admin_.get("/admin/events").as_array().at(0).at("channelId"), "ch-imessage");
+
+  admin_.post("/admin/jobs", {{"channelKind", "imessage"},
+                              {"conversationRef", "+15550001"},
+                              {"body", "on my way"},
+                              {"attachments", json::array{json::object{{"filename", "map.png"},
+                                                                       {"mimeType", "image/png"},
+                                                                       {"dataBase64", base64Encode("PNGDATA")}},
+                                                          json::object{{"filename", "short.txt"},
+                                                                       {"mimeType", "text/plain"},
+                                                                       {"dataBase64", base64Encode("123456789")},
+                                                                       {"sizeBytes", 10}}}}});
+  const auto jobs = run(brain->claimJobs(5));
+  ASSERT_TRUE(jobs) << jobs.error().description();
+  ASSERT_EQ(jobs->size(), 1u);
+  const auto& job = jobs->at(0);
+  EXPECT_EQ(job.body, "on my way");
+  ASSERT_EQ(job.files.size(), 2u);
+  const auto file = run(brain->relayAttachmentBytes(job.id, job.files[0].id));
+  ASSERT_TRUE(file) << file.error().description();
+  EXPECT_EQ(file->bytes, "PNGDATA");
+  const auto truncated = run(brain->relayAttachmentBytes(job.id, job.files[1].id));
+  ASSERT_FALSE(truncated);
+  EXPECT_EQ(truncated.error().description(),
+            "Quarl sent something unexpected: the file arrived 9 bytes long where 10 were promised");
+  ASSERT_TRUE(run(brain->reportJob(job.id, false, std::string(400, 'x'), std::nullopt)));
+  const auto report = admin_.get("/admin/reports").as_array().at(0);
+  EXPECT_EQ(report.at("failureReason").as_string().size(), 300u);
+  EXPECT_FALSE(report.as_object().contains("providerMessageId"));
+  EXPECT_TRUE(run(brain->claimJobs(5))->empty());
 }
 
 }  // namespace
