@@ -1,0 +1,93 @@
+#include <boost/json/parse.hpp>
+#include <gtest/gtest.h>
+
+#include "CaptureCursor.h"
+#include "ChatDatabaseCaptureReport.h"
+#include "IngestedRecently.h"
+#include "ReceiptLedger.h"
+
+namespace quarl {
+namespace {
+
+using namespace std::chrono_literals;
+const SystemTime now(1'790'000'000s);
+
+TEST(CaptureCursor, NeverMovesBackAndAClippedWindowDoesNotAdvanceIt) {
+  auto cursor = CaptureCursor::initial(now, 7);
+  EXPECT_EQ(cursor.lastMessageDate, now - 7 * 24h);
+
+  const auto clipped = cursor.liveWindow(now, 3600s);
+  EXPECT_EQ(clipped.since, now - 1h);
+  EXPECT_FALSE(clipped.mayAdvanceCursor);
+
+  cursor.advance(now - 10min, 5s);
+  EXPECT_EQ(cursor.lastMessageDate, now - 10min - 5s);
+  cursor.advance(now - 20min, 5s);
+  EXPECT_EQ(cursor.lastMessageDate, now - 10min - 5s) << "never backwards";
+  const auto open = cursor.liveWindow(now, 3600s);
+  EXPECT_EQ(open.since, now - 10min - 5s);
+  EXPECT_TRUE(open.mayAdvanceCursor);
+
+  const auto stored = CaptureCursor::decoded(cursor.encoded());
+  ASSERT_TRUE(stored);
+  EXPECT_EQ(stored->lastMessageDate, cursor.lastMessageDate);
+  EXPECT_FALSE(CaptureCursor::decoded(boost::json::parse(R"({"lastMessageDate":"yesterday"})")));
+  EXPECT_FALSE(CaptureCursor::decoded(boost::json::parse(R"("2026-01-01T00:00:00Z")")));
+}
+
+TEST(IngestedRecently, ForgetsOnlyWhatIsOlderThanTheLimit) {
+  IngestedRecently recent;
+  recent.record("a", now - 2h);
+  recent.record("b", now);
+  recent.forget(now - 1h);
+  EXPECT_FALSE(recent.contains("a"));
+  EXPECT_TRUE(recent.contains("b"));
+}
+
+ChatDatabase::Receipt receipt(std::string guid, std::string status, std::int64_t changedAt) {
+  return {std::move(guid), std::move(status), now, changedAt, false};
+}
+
+TEST(ReceiptLedger, AStatusGoesOnceAndReadIsNeverFollowedByDelivered) {
+  ReceiptLedger ledger;
+  const std::vector<ChatDatabase::Receipt> delivered{receipt("m1", "delivered", 100), receipt("m2", "read", 100)};
+  EXPECT_EQ(ledger.fresh(delivered).size(), 2u);
+  ledger.record(delivered);
+  EXPECT_TRUE(ledger.fresh(delivered).empty()) << "the same status twice";
+  const auto later = ledger.fresh({receipt("m1", "read", 200), receipt("m2", "delivered", 200)});
+  ASSERT_EQ(later.size(), 1u);
+  EXPECT_EQ(later[0].guid, "m1");
+  EXPECT_EQ(ledger.fresh({receipt("m3", "sent", 1)}).size(), 0u) << "an unknown status ranks 0";
+
+  ledger.advance(ReceiptLedger::overlap + 500);
+  EXPECT_EQ(ledger.watermark(), 500);
+  ledger.advance(100);
+  EXPECT_EQ(ledger.watermark(), 500) << "the watermark never moves back";
+  ledger.record(later);
+  ledger.forget(150);
+  EXPECT_EQ(ledger.size(), 1u);
+
+  const auto stored = ReceiptLedger::decoded(ledger.encoded());
+  EXPECT_EQ(stored.watermark(), 500);
+  EXPECT_TRUE(stored.fresh({receipt("m1", "read", 300)}).empty());
+  EXPECT_EQ(ReceiptLedger::decoded(boost::json::parse("[1,2]")).size(), 0u);
+}
+
+TEST(ChatDatabaseCaptureReport, FailuresBecomeTheMenusSentencesAndTheWireCarriesTheCounts) {
+  ChatDatabaseCaptureReport report;
+  report.kind = ChatDatabaseCaptureReport::kindOf(ChatDatabaseFailure::notFound("/x"));
+  report.at = now;
+  report.read = 3;
+  EXPECT_EQ(report.sentence(), "Quarl could not read Messages: there is no Messages database on this Mac.");
+  const auto wire = report.wire();
+  EXPECT_EQ(wire.at("ok"), false);
+  EXPECT_EQ(wire.at("kind"), "notFound");
+  EXPECT_EQ(wire.at("read"), 3);
+  EXPECT_FALSE(wire.contains("since"));
+  report.kind = ChatDatabaseCaptureReport::Kind::ok;
+  EXPECT_EQ(report.sentence(), std::nullopt);
+  EXPECT_FALSE(report.wire().contains("sentence"));
+}
+
+}  // namespace
+}  // namespace quarl
