@@ -32,7 +32,10 @@ std::shared_ptr<Companion> Companion::create(CompanionParts parts) {
   return std::shared_ptr<Companion>(new Companion(std::move(parts)));
 }
 
-Companion::Companion(CompanionParts parts) : parts_(std::move(parts)), settings_(CompanionSettings::load(*parts_.defaults)) {
+Companion::Companion(CompanionParts parts)
+    : parts_(std::move(parts)),
+      settings_(CompanionSettings::load(*parts_.defaults)),
+      messagesCapture_(parts_.clock, parts_.defaults, parts_.host, parts_.messagesStore) {
   loadCredentials();
 }
 
@@ -93,6 +96,7 @@ asio::awaitable<void> Companion::runTick() {
   offerChannels();
   co_await heartbeat();
   co_await guardedRelayPass();
+  co_await capture();
 }
 
 asio::awaitable<void> Companion::guardedRelayPass() {
@@ -103,7 +107,8 @@ asio::awaitable<void> Companion::guardedRelayPass() {
 }
 
 asio::awaitable<void> Companion::refreshPermissionsNow() {
-  const auto reading = co_await parts_.host->readMessagesStore();
+  const auto reading = co_await parts_.host->readMessagesStore(parts_.messagesStore);
+  storeReading_ = reading;
   state_.canReadMessages = reading.readable && !reading.schemaFailure;
   if (!reading.readable) {
     state_.blockedReason = std::string(fullDiskAccessSentence);
@@ -120,9 +125,39 @@ void Companion::offerChannels() {
   state_.enabledChannels = offer.channels;
 }
 
-// Relay jobs, and the Messages and WhatsApp capture passes, join the tick as they are built.
+// Relay jobs and the WhatsApp capture pass join the tick as they are built.
 asio::awaitable<void> Companion::runRelayJobs() { co_return; }
-asio::awaitable<void> Companion::runLiveTick() { co_return; }
+
+std::optional<CaptureChannels> Companion::captureChannels() const {
+  if (!settings_.imessageChannelId) return std::nullopt;
+  return CaptureChannels{*settings_.imessageChannelId, settings_.smsChannelId};
+}
+
+asio::awaitable<void> Companion::capture() {
+  if (!state_.canReadMessages) {
+    QuarlLog::say("quarl: capture skipped — this Mac cannot read Messages");
+    co_return;
+  }
+  auto brain = client();
+  if (!brain) {
+    QuarlLog::say("quarl: capture skipped — not signed in");
+    co_return;
+  }
+  auto channels = captureChannels();
+  if (!channels) {
+    QuarlLog::say("quarl: capture skipped — no iMessage channel id yet");
+    co_return;
+  }
+  co_await messagesCapture_.capture(*brain, std::move(*channels));
+}
+
+asio::awaitable<void> Companion::runLiveTick() {
+  if (!state_.canReadMessages) co_return;
+  auto brain = client();
+  auto channels = captureChannels();
+  if (!brain || !channels) co_return;
+  co_await messagesCapture_.captureRecentFirst(*brain, std::move(*channels));
+}
 
 asio::awaitable<void> Companion::heartbeat() {
   auto brain = client();
@@ -134,6 +169,8 @@ asio::awaitable<void> Companion::heartbeat() {
   report.channels = state_.advertisableChannels();
   report.blockedReason = state_.heartbeatBlockedReason();
   report.device = deviceFields();
+  report.chatDb = chatDbFields();
+  if (const auto& captured = messagesCapture_.report()) report.capture = captured->wire();
   const auto advertised = report.channels;
   auto answer = co_await brain->heartbeat(std::move(report));
   if (!answer) {
@@ -207,6 +244,13 @@ json::object Companion::deviceFields() {
     parts_.defaults->write(keys::installId, json::value(*installId));
   }
   return json::object{{"installId", *installId}, {"hardware", parts_.host->hardwareDescription()}};
+}
+
+// The Messages store as the last check found it.
+json::object Companion::chatDbFields() const {
+  json::object fields{{"readable", storeReading_.readable}, {"schemaKnown", storeReading_.readable && !storeReading_.schemaFailure}};
+  if (storeReading_.schemaFailure) fields["schemaFailure"] = *storeReading_.schemaFailure;
+  return fields;
 }
 
 std::unique_ptr<BrainClient> Companion::client() {

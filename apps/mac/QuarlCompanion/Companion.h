@@ -10,6 +10,7 @@
 #include "BrainClient.h"
 #include "CompanionSettings.h"
 #include "CompanionState.h"
+#include "MessagesCapture.h"
 #include "platform/CompanionHost.h"
 #include "platform/Keychain.h"
 #include "platform/SettingsStore.h"
@@ -25,6 +26,7 @@ struct CompanionParts {
   std::shared_ptr<HttpTransport> transport;
   std::shared_ptr<CompanionHost> host;
   ClientIdentity identity;
+  std::string messagesStore;  // the Messages store's path, ChatDatabase::defaultPath() on a Mac
 };
 
 // The one long-lived object of the companion: it owns the settings and state, runs the three
@@ -46,6 +48,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
   // One relay-jobs pass, unless one is running.
   boost::asio::awaitable<void> guardedRelayPass();
   boost::asio::awaitable<void> heartbeat();
+  // The tick's Messages stage: the backlog, then receipts and reactions.
+  boost::asio::awaitable<void> capture();
   // Pairs this Mac with the owner's account; the sentence of a failure, or none on success.
   boost::asio::awaitable<std::optional<std::string>> pair();
   void signOut();
@@ -54,6 +58,7 @@ class Companion : public std::enable_shared_from_this<Companion> {
   bool hasCredentials() const { return settings_.credentials.has_value(); }
 
   const CompanionState& state() const { return state_; }
+  MessagesCapture& messagesCapture() { return messagesCapture_; }
   const CompanionSettings& settings() const { return settings_; }
   // The user code of the pairing under way, for the sign-in page; none otherwise.
   const std::optional<std::string>& pairingCode() const { return pairingCode_; }
@@ -70,6 +75,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
   boost::asio::awaitable<void> runLiveTick();
   void applyHeartbeat(const HeartbeatResponse& answer, const std::vector<std::string>& advertised);
   boost::json::object deviceFields();
+  boost::json::object chatDbFields() const;
+  std::optional<CaptureChannels> captureChannels() const;
   std::unique_ptr<BrainClient> client();
   void storeRotatedTokens(const std::string& accessToken, const std::string& refreshToken);
   void loadCredentials();
@@ -80,6 +87,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
   CompanionParts parts_;
   CompanionState state_;
   CompanionSettings settings_;
+  MessagesCapture messagesCapture_;
+  MessagesStoreReading storeReading_;
   std::optional<std::string> badgeLabel_;
   std::optional<std::string> pairingCode_;
   std::uint64_t timerGeneration_ = 0;

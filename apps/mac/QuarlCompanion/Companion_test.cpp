@@ -38,7 +38,7 @@ class CompanionWithManualClock : public ::testing::Test {
  protected:
   std::shared_ptr<Companion> companion() {
     return Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_, transport_, host_,
-                                            ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}});
+                                            ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, "/nonexistent/chat.db"});
   }
   void signIn() {
     defaults_->write(keys::deviceId, "dev-1");

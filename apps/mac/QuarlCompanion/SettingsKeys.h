@@ -15,6 +15,10 @@ inline constexpr std::string_view whatsappHostsSession = "QuarlWhatsappHostsSess
 inline constexpr std::string_view askedAboutLogin = "QuarlAskedAboutLogin";
 inline constexpr std::string_view installId = "QuarlInstallId";
 inline constexpr std::string_view keepAwakeWhileWorking = "QuarlKeepAwakeWhileWorking";
+// The Messages capture's place in the store, kept between launches.
+inline constexpr std::string_view captureCursor = "QuarlCaptureCursor";
+inline constexpr std::string_view tapbackRowId = "QuarlTapbackRowId";
+inline constexpr std::string_view receiptLedger = "QuarlReceiptLedger";
 
 inline constexpr std::string_view accessTokenAccount = "accessToken";
 inline constexpr std::string_view refreshTokenAccount = "refreshToken";

@@ -379,6 +379,7 @@ ChatDatabase::Result<ChatDatabase::MessageBatch> readMessages(SqliteConnection& 
   auto files = attachmentsFor(connection, rowIds);
   if (!files) batch.attachmentsUnavailable = files.error();
   for (auto& message : read) {
+    if (!batch.newestDate || message.date > *batch.newestDate) batch.newestDate = message.date;
     if (files) {
       if (auto found = files->find(message.rowId); found != files->end()) message.attachments = std::move(found->second);
     }

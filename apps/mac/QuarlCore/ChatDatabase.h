@@ -48,6 +48,8 @@ struct ChatDatabase {
 
   struct MessageBatch {
     std::vector<Message> messages;
+    // The date of the newest row read, skipped ones included, so a caller can move past them.
+    std::optional<SystemTime> newestDate;
     int skippedWithoutText = 0;
     std::optional<std::string> attachmentsUnavailable;
   };

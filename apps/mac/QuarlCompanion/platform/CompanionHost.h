@@ -23,8 +23,10 @@ MessagesStoreReading readMessagesStoreNow(const ChatDatabase& database);
 class CompanionHost {
  public:
   virtual ~CompanionHost() = default;
-  // Checks the Messages store off the main executor.
-  virtual boost::asio::awaitable<MessagesStoreReading> readMessagesStore() = 0;
+  // Checks the Messages store at `path` off the main executor.
+  virtual boost::asio::awaitable<MessagesStoreReading> readMessagesStore(std::string path) = 0;
+  // The owner's name for a sender, from the contacts directory; none when it has none.
+  virtual std::optional<std::string> contactName(const std::string& handle) = 0;
   // The hosted WhatsApp page's settled state; none while this Mac hosts no page.
   virtual std::optional<WhatsAppSettledState> whatsappState() = 0;
   // Shows the pairing code and sends the owner to the approval page.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <vector>
 
 #include "Clock.h"
@@ -13,7 +14,7 @@ class FakeCompanionHost final : public CompanionHost {
  public:
   explicit FakeCompanionHost(std::shared_ptr<const Clock> clock) : clock_(std::move(clock)) {}
 
-  boost::asio::awaitable<MessagesStoreReading> readMessagesStore() override {
+  boost::asio::awaitable<MessagesStoreReading> readMessagesStore(std::string) override {
     ++storeReads;
     if (!readDurations.empty()) {
       const auto duration = readDurations.front();
@@ -22,12 +23,17 @@ class FakeCompanionHost final : public CompanionHost {
     }
     co_return reading;
   }
+  std::optional<std::string> contactName(const std::string& handle) override {
+    const auto found = contacts.find(handle);
+    return found == contacts.end() ? std::nullopt : std::optional(found->second);
+  }
   std::optional<WhatsAppSettledState> whatsappState() override { return whatsapp; }
   void showPairingCode(const std::string& userCode, const std::string&) override { shownCodes.push_back(userCode); }
   void setBadge(const std::optional<std::string>& label) override { badges.push_back(label); }
   std::string hardwareDescription() override { return "test machine"; }
 
   MessagesStoreReading reading;
+  std::map<std::string, std::string> contacts;
   std::vector<std::chrono::milliseconds> readDurations;  // one per read, then instant
   std::optional<WhatsAppSettledState> whatsapp;
   int storeReads = 0;

@@ -9,13 +9,15 @@
 
 namespace quarl {
 
-// Linux has no Messages application, but a store copied to the same place under $HOME is
-// read as the Mac reads it; without one the store counts as not readable.
-boost::asio::awaitable<MessagesStoreReading> LinuxCompanionHost::readMessagesStore() {
+// Linux has no Messages application, but a store copied to where a Mac keeps it is read as the
+// Mac reads it; without one the store counts as not readable.
+boost::asio::awaitable<MessagesStoreReading> LinuxCompanionHost::readMessagesStore(std::string path) {
   MessagesStoreReading reading;
-  co_await runOnWorker([&reading] { reading = readMessagesStoreNow(ChatDatabase{ChatDatabase::defaultPath()}); });
+  co_await runOnWorker([&reading, &path] { reading = readMessagesStoreNow(ChatDatabase{path}); });
   co_return reading;
 }
+
+std::optional<std::string> LinuxCompanionHost::contactName(const std::string&) { return std::nullopt; }
 
 std::optional<WhatsAppSettledState> LinuxCompanionHost::whatsappState() { return std::nullopt; }
 

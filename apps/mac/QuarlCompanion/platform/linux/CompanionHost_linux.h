@@ -4,11 +4,12 @@
 
 namespace quarl {
 
-// The headless Linux host: no Messages application and no WhatsApp page yet, the pairing code
-// printed on standard output, the badge as a log line only.
+// The headless Linux host: no Messages application, no contacts directory and no WhatsApp page
+// yet, the pairing code printed on standard output, the badge as a log line only.
 class LinuxCompanionHost final : public CompanionHost {
  public:
-  boost::asio::awaitable<MessagesStoreReading> readMessagesStore() override;
+  boost::asio::awaitable<MessagesStoreReading> readMessagesStore(std::string path) override;
+  std::optional<std::string> contactName(const std::string& handle) override;
   std::optional<WhatsAppSettledState> whatsappState() override;
   void showPairingCode(const std::string& userCode, const std::string& verificationUrl) override;
   void setBadge(const std::optional<std::string>& label) override;

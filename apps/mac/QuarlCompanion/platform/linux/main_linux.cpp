@@ -73,7 +73,8 @@ int main(int argc, char** argv) {
                                                     std::make_shared<FileSettingsStore>(directory, *clock),
                                                     std::make_shared<FileKeychain>(directory, *clock),
                                                     std::make_shared<BeastHttpTransport>(io.get_executor()),
-                                                    std::make_shared<LinuxCompanionHost>(), hostIdentity()});
+                                                    std::make_shared<LinuxCompanionHost>(), hostIdentity(),
+                                                    ChatDatabase::defaultPath()});
   if (command == "sign-out") {
     companion->signOut();
     return 0;

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <boost/asio/awaitable.hpp>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "AttachmentOutcome.h"
+#include "BrainClient.h"
+#include "CaptureCursor.h"
+#include "ChatDatabase.h"
+#include "ChatDatabaseCaptureReport.h"
+#include "IngestedRecently.h"
+#include "platform/CompanionHost.h"
+#include "platform/SettingsStore.h"
+
+namespace quarl {
+
+// Recognises the companion's own relayed sends when they reappear in the store, so that they
+// are not handed over as new outbound messages.
+class OwnSends {
+ public:
+  virtual ~OwnSends() = default;
+  virtual bool claim(const ChatDatabase::Message& message) = 0;
+};
+
+// The channels a capture files under: the iMessage channel id, and the SMS one while that
+// channel is connected.
+struct CaptureChannels {
+  std::string imessage;
+  std::optional<std::string> sms;
+};
+
+// The Messages channel's capture: reading new rows from the store, handing each over, the
+// files the service wants, and the receipts and reactions. Owned by the coordinator and
+// confined to its executor; store reads run on a worker. Two passes never overlap: a live pass
+// asked for while another pass runs is skipped.
+class MessagesCapture {
+ public:
+  static constexpr int initialCursorDays = 7;
+  static constexpr std::chrono::seconds liveSpan{3600};
+  static constexpr std::chrono::seconds cursorOverlap{5};
+  static constexpr int fullPassLimit = 1000;
+  static constexpr int livePassLimit = 500;
+
+  MessagesCapture(std::shared_ptr<const Clock> clock, std::shared_ptr<SettingsStore> defaults,
+                  std::shared_ptr<CompanionHost> host, std::string storePath);
+
+  // The tick's stage: the backlog from the cursor, oldest first, until it is drained; then the
+  // message events.
+  boost::asio::awaitable<void> capture(BrainClient& client, CaptureChannels channels);
+  // The live pass: the last hour only, newest rows first in line for the service.
+  boost::asio::awaitable<void> captureRecentFirst(BrainClient& client, CaptureChannels channels);
+  boost::asio::awaitable<void> captureMessageEvents(BrainClient& client, CaptureChannels channels);
+  // Uploads the files of `message` that the service wants.
+  boost::asio::awaitable<AttachmentOutcome> deliverAttachments(BrainClient& client, ChatDatabase::Message message,
+                                                               std::vector<AttachmentDecision> decisions);
+
+  void setOwnSends(std::shared_ptr<OwnSends> ownSends) { ownSends_ = std::move(ownSends); }
+  const std::optional<ChatDatabaseCaptureReport>& report() const { return report_; }
+  const std::string& storePath() const { return storePath_; }
+
+ private:
+  struct PassCounts;
+  boost::asio::awaitable<bool> handOver(BrainClient& client, const CaptureChannels& channels,
+                                        ChatDatabase::MessageBatch batch, PassCounts& counts, bool live);
+  CaptureCursor loadCursor() const;
+  void saveCursor(const CaptureCursor& cursor);
+
+  std::shared_ptr<const Clock> clock_;
+  std::shared_ptr<SettingsStore> defaults_;
+  std::shared_ptr<CompanionHost> host_;
+  std::string storePath_;
+  std::shared_ptr<OwnSends> ownSends_;
+  IngestedRecently ingested_;
+  std::optional<ChatDatabaseCaptureReport> report_;
+  bool passRunning_ = false;
+};
+
+// The ingest of one message on the channel it files under.
+IngestMessage ingestMessageFor(const ChatDatabase::Message& message, const std::string& channelId,
+                               const std::optional<std::string>& senderDisplayName);
+
+// "phone" for a number, "email" for an address, none when it is neither.
+std::optional<std::string> senderIdentifierKind(const std::string& identifier);
+
+}  // namespace quarl
