@@ -248,7 +248,11 @@ Answer DevBrain::heartbeat(const Device&, const json::object& body) {
 Answer DevBrain::admin(const Request& request, const std::string& path, const json::object& body) {
   if (path == "/admin/requests") return jsonAnswer(200, requestLog_);
   if (auto answer = desk_.admin(request.method, path, body)) return *answer;
-  if (path == "/admin/stats") return jsonAnswer(200, json::object{{"refreshExchanges", refreshExchanges_}});
+  if (path == "/admin/stats") {
+    json::object stats{{"refreshExchanges", refreshExchanges_}};
+    desk_.addStats(stats);
+    return jsonAnswer(200, stats);
+  }
   if (request.method != "POST") return problem(404, "not_found", "Admin calls other than reads are POST.");
 
   if (path == "/admin/devices") {

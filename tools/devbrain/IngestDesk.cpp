@@ -222,8 +222,15 @@ std::optional<Answer> IngestDesk::route(const std::string& method, const std::st
   return std::nullopt;
 }
 
+// Like the service, a message handed over again is taken without being stored twice.
 Answer IngestDesk::ingest(const json::object& body) {
-  ingested_.push_back(body);
+  const auto inserted = ingestedIds_.emplace(std::string(body.at("channelId").get_string()),
+                                             std::string(body.at("externalMessageId").get_string()));
+  if (inserted.second) {
+    ingested_.push_back(body);
+  } else {
+    ++duplicateIngests_;
+  }
   json::array decisions;
   if (const auto* attachments = body.if_contains("attachments")) {
     for (const auto& attachment : attachments->get_array()) {
@@ -331,6 +338,8 @@ std::optional<Answer> IngestDesk::admin(const std::string& method, const std::st
   }
   return std::nullopt;
 }
+
+void IngestDesk::addStats(json::object& stats) const { stats["duplicateIngests"] = duplicateIngests_; }
 
 void IngestDesk::applySettings(const json::object& body) {
   if (const auto* v = body.if_contains("wantBytes"); v && v->is_bool()) wantBytes_ = v->get_bool();

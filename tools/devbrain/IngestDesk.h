@@ -27,6 +27,8 @@ class IngestDesk {
   std::optional<Answer> admin(const std::string& method, const std::string& path, const boost::json::object& body);
   // The desk's part of /admin/settings: "wantBytes" (true unless told otherwise).
   void applySettings(const boost::json::object& body);
+  // The desk's part of /admin/stats.
+  void addStats(boost::json::object& stats) const;
 
  private:
   struct Job {
@@ -42,7 +44,9 @@ class IngestDesk {
   Answer fetchJobFile(const std::string& jobId, const std::string& attachmentId) const;
   Answer queueJob(const boost::json::object& body);
 
-  boost::json::array ingested_;
+  boost::json::array ingested_;                     // each message once, as first received
+  std::set<std::pair<std::string, std::string>> ingestedIds_;  // (channel id, message id)
+  int duplicateIngests_ = 0;
   std::set<std::string> announcedAttachments_;
   boost::json::object uploads_;  // attachment id -> {"sizeBytes", "dataBase64"}
   boost::json::array events_;

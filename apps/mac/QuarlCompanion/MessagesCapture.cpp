@@ -150,6 +150,7 @@ asio::awaitable<void> MessagesCapture::capture(BrainClient& client, CaptureChann
   ChatDatabaseCaptureReport report;
   report.since = since;
   for (;;) {
+    const auto readAt = clock_->now();
     auto batch = co_await readMessages(storePath_, cursor.lastMessageDate, fullPassLimit);
     if (!batch) {
       counts.failure = ChatDatabaseCaptureReport::kindOf(batch.error());
@@ -164,6 +165,7 @@ asio::awaitable<void> MessagesCapture::capture(BrainClient& client, CaptureChann
     }
     counts.skippedWithoutText += batch->skippedWithoutText;
     const bool handedOver = co_await handOver(client, channels, std::move(*batch), counts, false);
+    if (handedOver && !full) caughtUpAt_ = readAt;
     if (!handedOver || !newest) break;
     const auto before = cursor.lastMessageDate;
     cursor.advance(*newest, cursorOverlap);
@@ -195,7 +197,8 @@ asio::awaitable<void> MessagesCapture::captureRecentFirst(BrainClient& client, C
   if (passRunning_) co_return;
   passRunning_ = true;
   auto cursor = loadCursor();
-  const auto window = cursor.liveWindow(clock_->now(), liveSpan);
+  const auto readAt = clock_->now();
+  const auto window = cursor.liveWindow(readAt, liveSpan);
   auto batch = co_await readMessages(storePath_, window.since, livePassLimit);
   if (!batch) {
     QuarlLog::say("quarl: live pass failed: " + batch.error().description());
@@ -206,8 +209,10 @@ asio::awaitable<void> MessagesCapture::captureRecentFirst(BrainClient& client, C
     QuarlLog::say("quarl: live pass could not read attachments at all — " + *batch->attachmentsUnavailable);
   }
   const auto newest = batch->newestDate;
+  const bool full = static_cast<int>(batch->messages.size()) + batch->skippedWithoutText >= livePassLimit;
   PassCounts counts;
   const bool handedOver = co_await handOver(client, channels, std::move(*batch), counts, true);
+  if (handedOver && !full && window.mayAdvanceCursor) caughtUpAt_ = readAt;
   if (handedOver && window.mayAdvanceCursor && newest) {
     cursor.advance(*newest, cursorOverlap);
     saveCursor(cursor);
@@ -306,7 +311,9 @@ asio::awaitable<AttachmentOutcome> MessagesCapture::deliverAttachments(BrainClie
 
 asio::awaitable<void> MessagesCapture::captureMessageEvents(BrainClient& client, CaptureChannels channels) {
   const auto now = clock_->now();
-  const auto ceiling = MessageEvents::ceiling(loadCursor(), now);
+  auto cursor = loadCursor();
+  if (caughtUpAt_ && *caughtUpAt_ > cursor.lastMessageDate) cursor.lastMessageDate = *caughtUpAt_;
+  const auto ceiling = MessageEvents::ceiling(cursor, now);
   auto ledger = ReceiptLedger::decoded(defaults_->read(keys::receiptLedger).value_or(json::value()));
   const auto rowId = defaults_->integer(keys::tapbackRowId).value_or(0);
   auto readouts = co_await readEvents(storePath_, rowId, ledger.watermark(), now - eventsLookBack);

@@ -74,6 +74,10 @@ class MessagesCapture {
   std::shared_ptr<OwnSends> ownSends_;
   IngestedRecently ingested_;
   std::optional<ChatDatabaseCaptureReport> report_;
+  // When a pass last found nothing left to hand over: every message dated before it is with the
+  // service, so receipts and reactions up to then may go even when the newest message, and so the
+  // cursor, is old.
+  std::optional<SystemTime> caughtUpAt_;
   bool passRunning_ = false;
 };
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -568,12 +567,13 @@ std::optional<std::string> ChatDatabase::targetGuid(std::string_view associated)
 }
 
 SystemTime ChatDatabase::appleTimeToDate(std::int64_t raw) {
-  const double seconds = raw > nanosecondThreshold ? static_cast<double>(raw) / 1e9 : static_cast<double>(raw);
-  // A damaged row may hold any integer; keep the result within what the clock can count
-  // (about ±292 years around 1970) instead of overflowing it.
-  const double bounded = std::clamp(seconds, -8.0e9, 8.0e9);
-  const auto sinceApple = std::chrono::duration_cast<SystemTime::duration>(std::chrono::duration<double>(bounded));
-  return SystemTime(std::chrono::seconds(appleEpochUnixSeconds)) + sinceApple;
+  using namespace std::chrono;
+  const SystemTime appleEpoch{seconds(appleEpochUnixSeconds)};
+  // Nanoseconds are kept whole rather than divided as a double, which would land a hair before
+  // the instant and show the millisecond before it. A damaged row may hold any integer: the
+  // result is kept within what the clock can count (about ±292 years around 1970).
+  if (raw > nanosecondThreshold) return appleEpoch + nanoseconds(std::min<std::int64_t>(raw, 8'000'000'000'000'000'000));
+  return appleEpoch + seconds(std::clamp<std::int64_t>(raw, -8'000'000'000, 8'000'000'000));
 }
 
 std::int64_t ChatDatabase::appleSeconds(SystemTime instant) {

@@ -48,11 +48,12 @@ std::string messagesSchemaSql(MessagesSchema schema) {
          fileText(folder / "joins.sql");
 }
 
-MessagesStore::MessagesStore(std::filesystem::path path, MessagesSchema schema)
+MessagesStore::MessagesStore(std::filesystem::path path, MessagesSchema schema, Opening opening)
     : path_(std::move(path)), schema_(schema) {
   check(db_, sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr), "open");
   sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
   exec("pragma journal_mode=wal; pragma wal_autocheckpoint=0;");
+  if (opening == Opening::existing) return;
   exec(messagesSchemaSql(schema));
   checkpoint();
 }

@@ -54,7 +54,10 @@ struct AttachmentRow {
 // builder leaves it there.
 class MessagesStore {
  public:
-  explicit MessagesStore(std::filesystem::path path, MessagesSchema schema = MessagesSchema::tahoe);
+  enum class Opening { create, existing };
+  // Creates the store with `schema`, or opens one built before to add rows to it.
+  explicit MessagesStore(std::filesystem::path path, MessagesSchema schema = MessagesSchema::tahoe,
+                         Opening opening = Opening::create);
   ~MessagesStore();
   MessagesStore(const MessagesStore&) = delete;
   MessagesStore& operator=(const MessagesStore&) = delete;
