@@ -223,6 +223,20 @@ asio::awaitable<BrainClient::Result<void>> BrainClient::postMessageEvents(std::s
   co_return Result<void>();
 }
 
+asio::awaitable<BrainClient::Result<BrainClient::RawAnswer>> BrainClient::operatorFileState(std::string stepId) {
+  co_return co_await send(QuarlEndpoint::operatorFileState(stepId), std::nullopt, std::nullopt, {});
+}
+
+asio::awaitable<BrainClient::Result<BrainClient::RawAnswer>> BrainClient::operatorFileChunk(
+    std::string stepId, std::int64_t offset, std::int64_t total, std::string sha256, std::string bytes) {
+  HttpHeaders headers{{"x-quarl-offset", std::to_string(offset)},
+                      {"x-quarl-total", std::to_string(total)},
+                      {"x-quarl-sha256", std::move(sha256)}};
+  std::optional<std::string> contentType = std::string("application/octet-stream");
+  co_return co_await send(QuarlEndpoint::operatorFileChunk(stepId), std::move(bytes), std::move(contentType),
+                          std::move(headers));
+}
+
 asio::awaitable<BrainClient::Result<std::string>> BrainClient::usableAccessToken() {
   co_return co_await asio::co_spawn(strand_, usableAccessTokenOnStrand(), asio::use_awaitable);
 }

@@ -81,6 +81,12 @@ class BrainClient {
   // One batch of receipts and reactions of one channel.
   boost::asio::awaitable<Result<void>> postMessageEvents(std::string channelId, boost::json::array events);
 
+  // The service's view of the file a step asked for, as it answered: status and body.
+  boost::asio::awaitable<Result<RawAnswer>> operatorFileState(std::string stepId);
+  // One chunk of that file, at `offset` of `total` bytes whose SHA-256 (hex) is `sha256`.
+  boost::asio::awaitable<Result<RawAnswer>> operatorFileChunk(std::string stepId, std::int64_t offset,
+                                                              std::int64_t total, std::string sha256, std::string bytes);
+
   // An access token with more than 60 s of life left, renewing first if needed.
   boost::asio::awaitable<Result<std::string>> usableAccessToken();
   // Rotates the pair now and returns the new access token.
