@@ -2,6 +2,7 @@
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
+#include <filesystem>
 
 #include "PairingClient.h"
 #include "QuarlLog.h"
@@ -55,6 +56,29 @@ void Companion::start() {
   asio::co_spawn(parts_.executor, repeat(self, generation, relayInterval, relayWork), asio::detached);
   asio::co_spawn(parts_.executor, repeat(self, generation, liveInterval, liveWork), asio::detached);
   asio::co_spawn(parts_.executor, runWork(shared_from_this(), tickWork), asio::detached);
+  watchStore();
+}
+
+void Companion::watchStore() {
+  if (!parts_.storeWatcher) return;
+  const auto folder = std::filesystem::path(parts_.messagesStore).parent_path().string();
+  const auto weak = weak_from_this();
+  const bool watching = parts_.storeWatcher->watch(folder, [weak] {
+    if (auto self = weak.lock()) self->storeChanged();
+  });
+  if (!watching) QuarlLog::say("quarl: not watching the Messages folder — the live pass runs every 5 s");
+}
+
+void Companion::storeChanged() {
+  if (liveWakePending_) return;
+  liveWakePending_ = true;
+  asio::co_spawn(parts_.executor, liveAfterSettling(shared_from_this()), asio::detached);
+}
+
+asio::awaitable<void> Companion::liveAfterSettling(std::shared_ptr<Companion> self) {
+  co_await self->parts_.clock->sleep(storeSettle);
+  self->liveWakePending_ = false;
+  co_await self->runLiveTick();
 }
 
 // One repeating timer. It holds the coordinator weakly and ends once the coordinator is gone

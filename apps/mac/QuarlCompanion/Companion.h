@@ -14,6 +14,7 @@
 #include "platform/CompanionHost.h"
 #include "platform/Keychain.h"
 #include "platform/SettingsStore.h"
+#include "platform/StoreWatcher.h"
 
 namespace quarl {
 
@@ -27,6 +28,7 @@ struct CompanionParts {
   std::shared_ptr<CompanionHost> host;
   ClientIdentity identity;
   std::string messagesStore;  // the Messages store's path, ChatDatabase::defaultPath() on a Mac
+  std::shared_ptr<StoreWatcher> storeWatcher = nullptr;  // none: the live pass runs on its timer only
 };
 
 // The one long-lived object of the companion: it owns the settings and state, runs the three
@@ -37,6 +39,9 @@ class Companion : public std::enable_shared_from_this<Companion> {
   static constexpr std::chrono::seconds tickInterval{30};
   static constexpr std::chrono::seconds relayInterval{3};
   static constexpr std::chrono::seconds liveInterval{5};
+  // How long a change of the store is left to settle before the live pass reads it, so that a
+  // burst of writes is read once.
+  static constexpr std::chrono::milliseconds storeSettle{25};
 
   // Loads the settings and the stored credentials.
   static std::shared_ptr<Companion> create(CompanionParts parts);
@@ -55,6 +60,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
   void signOut();
   // Ends the timers; work under way goes on to its end.
   void stopTimers();
+  // The store changed: the live pass runs once the change has settled.
+  void storeChanged();
   bool hasCredentials() const { return settings_.credentials.has_value(); }
 
   const CompanionState& state() const { return state_; }
@@ -76,11 +83,13 @@ class Companion : public std::enable_shared_from_this<Companion> {
   void applyHeartbeat(const HeartbeatResponse& answer, const std::vector<std::string>& advertised);
   boost::json::object deviceFields();
   boost::json::object chatDbFields() const;
+  void watchStore();
   std::optional<CaptureChannels> captureChannels() const;
   std::unique_ptr<BrainClient> client();
   void storeRotatedTokens(const std::string& accessToken, const std::string& refreshToken);
   void loadCredentials();
 
+  static boost::asio::awaitable<void> liveAfterSettling(std::shared_ptr<Companion> self);
   static boost::asio::awaitable<void> repeat(std::weak_ptr<Companion> weak, std::uint64_t generation,
                                              std::chrono::seconds interval, int which);
 
@@ -97,6 +106,7 @@ class Companion : public std::enable_shared_from_this<Companion> {
   bool tickRequested_ = false;
   bool relayRunning_ = false;
   bool pairingInProgress_ = false;
+  bool liveWakePending_ = false;
 };
 
 }  // namespace quarl

@@ -10,6 +10,7 @@
 #include "../tests/support/FakeCompanionHost.h"
 #include "../tests/support/ManualClock.h"
 #include "../tests/support/MemorySettingsStore.h"
+#include "../tests/support/RunAwaitable.h"
 #include "SettingsKeys.h"
 
 namespace quarl {
@@ -137,6 +138,32 @@ TEST_F(CompanionWithManualClock, AStoreThatCannotBeReadBlocksWithTheFullDiskAcce
   ASSERT_TRUE(coordinator->state().blockedReason);
   EXPECT_THAT(*coordinator->state().blockedReason, ::testing::StartsWith("WhatsApp is not being offered"));
   QuarlLog::install(nullptr);
+}
+
+TEST_F(CompanionWithManualClock, ABurstOfStoreChangesRunsTheLivePassOnceAfterItSettles) {
+  signIn();
+  defaults_->write(keys::imessageChannelId, "ch-imessage");
+  host_->reading = {true, std::nullopt};
+  auto coordinator = companion();
+  testing::runAwaitable(io_, coordinator->guardedTick());
+  ASSERT_TRUE(coordinator->state().canReadMessages);
+  const auto failedBefore = linesContaining("quarl: live pass failed");
+
+  coordinator->storeChanged();
+  coordinator->storeChanged();
+  runReady();
+  coordinator->storeChanged();
+  runReady();
+  EXPECT_EQ(linesContaining("quarl: live pass failed"), failedBefore) << "not before the change settles";
+  clock_->advance(Companion::storeSettle);
+  for (int i = 0; i < 500 && linesContaining("quarl: live pass failed") == failedBefore; ++i) {
+    io_.restart();
+    io_.run_for(10ms);  // the store is read on a worker
+  }
+  EXPECT_EQ(linesContaining("quarl: live pass failed"), failedBefore + 1);
+  clock_->advance(Companion::storeSettle);
+  runReady();
+  EXPECT_EQ(linesContaining("quarl: live pass failed"), failedBefore + 1) << "the burst ran one pass";
 }
 
 }  // namespace

@@ -190,19 +190,30 @@ asio::awaitable<void> MessagesCapture::capture(BrainClient& client, CaptureChann
   report.failed = counts.failed;
   report_ = report;
   passRunning_ = false;
+  if (liveAskedWhileRunning_) co_await captureRecentFirst(client, channels);
   co_await captureMessageEvents(client, std::move(channels));
 }
 
 asio::awaitable<void> MessagesCapture::captureRecentFirst(BrainClient& client, CaptureChannels channels) {
-  if (passRunning_) co_return;
-  passRunning_ = true;
+  if (passRunning_) {
+    liveAskedWhileRunning_ = true;
+    co_return;
+  }
+  do {
+    liveAskedWhileRunning_ = false;
+    passRunning_ = true;
+    co_await liveWindowPass(client, channels);
+    passRunning_ = false;
+  } while (liveAskedWhileRunning_);
+}
+
+asio::awaitable<void> MessagesCapture::liveWindowPass(BrainClient& client, const CaptureChannels& channels) {
   auto cursor = loadCursor();
   const auto readAt = clock_->now();
   const auto window = cursor.liveWindow(readAt, liveSpan);
   auto batch = co_await readMessages(storePath_, window.since, livePassLimit);
   if (!batch) {
     QuarlLog::say("quarl: live pass failed: " + batch.error().description());
-    passRunning_ = false;
     co_return;
   }
   if (batch->attachmentsUnavailable) {
@@ -220,7 +231,6 @@ asio::awaitable<void> MessagesCapture::captureRecentFirst(BrainClient& client, C
   if (counts.ingested > 0) {
     QuarlLog::say("quarl: live pass sent " + std::to_string(counts.ingested) + " recent message(s)");
   }
-  passRunning_ = false;
 }
 
 asio::awaitable<bool> MessagesCapture::handOver(BrainClient& client, const CaptureChannels& channels,

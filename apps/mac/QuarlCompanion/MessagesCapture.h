@@ -64,6 +64,7 @@ class MessagesCapture {
   struct PassCounts;
   boost::asio::awaitable<bool> handOver(BrainClient& client, const CaptureChannels& channels,
                                         ChatDatabase::MessageBatch batch, PassCounts& counts, bool live);
+  boost::asio::awaitable<void> liveWindowPass(BrainClient& client, const CaptureChannels& channels);
   CaptureCursor loadCursor() const;
   void saveCursor(const CaptureCursor& cursor);
 
@@ -79,6 +80,7 @@ class MessagesCapture {
   // cursor, is old.
   std::optional<SystemTime> caughtUpAt_;
   bool passRunning_ = false;
+  bool liveAskedWhileRunning_ = false;  // a live pass asked for during another runs after it
 };
 
 // The ingest of one message on the channel it files under.

@@ -16,6 +16,7 @@
 #include "LogSink_linux.h"
 #include "QuarlLog.h"
 #include "SettingsStore_linux.h"
+#include "StoreWatcher_linux.h"
 #include "platform/HostIdentity.h"
 
 namespace asio = boost::asio;
@@ -74,7 +75,8 @@ int main(int argc, char** argv) {
                                                     std::make_shared<FileKeychain>(directory, *clock),
                                                     std::make_shared<BeastHttpTransport>(io.get_executor()),
                                                     std::make_shared<LinuxCompanionHost>(), hostIdentity(),
-                                                    ChatDatabase::defaultPath()});
+                                                    ChatDatabase::defaultPath(),
+                                                    std::make_shared<InotifyStoreWatcher>(io.get_executor())});
   if (command == "sign-out") {
     companion->signOut();
     return 0;
