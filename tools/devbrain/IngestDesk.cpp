@@ -339,7 +339,10 @@ std::optional<Answer> IngestDesk::admin(const std::string& method, const std::st
   return std::nullopt;
 }
 
-void IngestDesk::addStats(json::object& stats) const { stats["duplicateIngests"] = duplicateIngests_; }
+void IngestDesk::addStats(json::object& stats) const {
+  stats["ingested"] = ingested_.size();
+  stats["duplicateIngests"] = duplicateIngests_;
+}
 
 void IngestDesk::applySettings(const json::object& body) {
   if (const auto* v = body.if_contains("wantBytes"); v && v->is_bool()) wantBytes_ = v->get_bool();
