@@ -100,8 +100,11 @@ Answer DevBrain::handle(const Request& request) {
   const bool rawBody = header(request, "content-type") != "application/json";
   if (!bodyProblem.empty() && !rawBody) return wireRule(bodyProblem);
   if (auto rule = wireProblem(request, path, rawBody ? std::nullopt : body)) return wireRule(*rule);
-  if (auto fault = takeFault(path)) return *fault;
-  return route(request, path, body.value_or(json::object{}));
+  auto fault = takeFault(path);
+  if (fault && !fault->pass) return fault->answer;
+  auto answer = route(request, path, body.value_or(json::object{}));
+  if (fault) answer.delay = fault->answer.delay;
+  return answer;
 }
 
 std::optional<std::string> DevBrain::wireProblem(const Request& request, const std::string& path,
@@ -150,12 +153,12 @@ std::optional<std::string> DevBrain::wireProblem(const Request& request, const s
   return std::nullopt;
 }
 
-std::optional<Answer> DevBrain::takeFault(const std::string& path) {
+std::optional<DevBrain::TakenFault> DevBrain::takeFault(const std::string& path) {
   const auto found = std::find_if(faults_.begin(), faults_.end(), [&](const Fault& f) { return f.path == path; });
   if (found == faults_.end()) return std::nullopt;
-  Answer answer{found->status, found->body, found->delay, found->drop};
+  TakenFault taken{Answer{found->status, found->body, found->delay, found->drop}, found->pass};
   if (--found->times <= 0) faults_.erase(found);
-  return answer;
+  return taken;
 }
 
 Answer DevBrain::route(const Request& request, const std::string& path, const json::object& body) {
@@ -274,6 +277,7 @@ Answer DevBrain::admin(const Request& request, const std::string& path, const js
     fault.body = text(body, "body").value_or("");
     if (const auto* v = body.if_contains("delayMs"); v && v->is_int64()) fault.delay = milliseconds(v->get_int64());
     if (const auto* v = body.if_contains("drop"); v && v->is_bool()) fault.drop = v->get_bool();
+    if (const auto* v = body.if_contains("pass"); v && v->is_bool()) fault.pass = v->get_bool();
     if (const auto* v = body.if_contains("times"); v && v->is_int64()) fault.times = int(v->get_int64());
     faults_.push_back(fault);
     return jsonAnswer(200, json::object{});

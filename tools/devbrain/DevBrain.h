@@ -65,13 +65,18 @@ class DevBrain {
     std::string body;
     std::chrono::milliseconds delay{0};
     bool drop = false;
+    bool pass = false;  // the real answer, only late by `delay`
     int times = 1;
   };
 
   Answer route(const Request& request, const std::string& path, const boost::json::object& body);
   std::optional<std::string> wireProblem(const Request& request, const std::string& path,
                                          const std::optional<boost::json::object>& body) const;
-  std::optional<Answer> takeFault(const std::string& path);
+  struct TakenFault {
+    Answer answer;
+    bool pass = false;
+  };
+  std::optional<TakenFault> takeFault(const std::string& path);
 
   Answer refresh(const boost::json::object& body);
   Answer pairStart(const boost::json::object& body);

@@ -277,14 +277,19 @@ json::object Companion::chatDbFields() const {
   return fields;
 }
 
-std::unique_ptr<BrainClient> Companion::client() {
-  if (!settings_.credentials) return nullptr;
+std::shared_ptr<BrainClient> Companion::client() {
+  if (!settings_.credentials) {
+    client_.reset();
+    return nullptr;
+  }
+  if (client_) return client_;
   std::weak_ptr<Companion> weak = weak_from_this();
-  return std::make_unique<BrainClient>(parts_.executor, settings_.apiURL, parts_.identity, settings_.credentials,
-                                       parts_.transport, parts_.clock,
-                                       [weak](const std::string& access, const std::string& refresh) {
-                                         if (auto self = weak.lock()) self->storeRotatedTokens(access, refresh);
-                                       });
+  client_ = std::make_shared<BrainClient>(parts_.executor, settings_.apiURL, parts_.identity, settings_.credentials,
+                                          parts_.transport, parts_.clock,
+                                          [weak](const std::string& access, const std::string& refresh) {
+                                            if (auto self = weak.lock()) self->storeRotatedTokens(access, refresh);
+                                          });
+  return client_;
 }
 
 void Companion::storeRotatedTokens(const std::string& accessToken, const std::string& refreshToken) {
@@ -337,6 +342,7 @@ asio::awaitable<std::optional<std::string>> Companion::pair() {
       parts_.defaults->write(keys::deviceId, json::value(credentials.deviceId));
       settings_ = CompanionSettings::load(*parts_.defaults);
       settings_.credentials = credentials;
+      client_.reset();
       state_.signIn = SignIn::signedIn(credentials.deviceId);
       outcome = std::nullopt;
     }
@@ -356,6 +362,7 @@ void Companion::signOut() {
   parts_.keychain->remove(keys::refreshTokenAccount);
   parts_.defaults->remove(keys::deviceId);
   settings_.credentials.reset();
+  client_.reset();
   state_.signIn = SignIn::signedOut();
   QuarlLog::say("quarl: signed out — credentials forgotten, this Mac has stopped relaying");
 }

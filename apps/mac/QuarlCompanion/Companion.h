@@ -85,7 +85,9 @@ class Companion : public std::enable_shared_from_this<Companion> {
   boost::json::object chatDbFields() const;
   void watchStore();
   std::optional<CaptureChannels> captureChannels() const;
-  std::unique_ptr<BrainClient> client();
+  // The one client of this sign-in, shared by every stage: its single-flight renewal is what
+  // keeps two stages from presenting the same refresh token, which would end the session.
+  std::shared_ptr<BrainClient> client();
   void storeRotatedTokens(const std::string& accessToken, const std::string& refreshToken);
   void loadCredentials();
 
@@ -97,6 +99,7 @@ class Companion : public std::enable_shared_from_this<Companion> {
   CompanionState state_;
   CompanionSettings settings_;
   MessagesCapture messagesCapture_;
+  std::shared_ptr<BrainClient> client_;
   MessagesStoreReading storeReading_;
   std::optional<std::string> badgeLabel_;
   std::optional<std::string> pairingCode_;

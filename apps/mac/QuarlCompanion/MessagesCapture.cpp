@@ -1,5 +1,9 @@
 #include "MessagesCapture.h"
 
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/this_coro.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
 #include "DateText.h"
 #include "MessageEvents.h"
 #include "MessageEventsPass.h"
@@ -141,8 +145,24 @@ CaptureCursor MessagesCapture::loadCursor() const {
 
 void MessagesCapture::saveCursor(const CaptureCursor& cursor) { defaults_->write(keys::captureCursor, cursor.encoded()); }
 
+// The timers are signals only: they never expire by themselves and are cancelled when a pass ends.
+asio::awaitable<void> MessagesCapture::untilNoPassRuns() {
+  while (passRunning_) {
+    auto signal = std::make_shared<asio::steady_timer>(co_await asio::this_coro::executor,
+                                                       asio::steady_timer::time_point::max());
+    waitingForPass_.push_back(signal);
+    co_await signal->async_wait(asio::as_tuple(asio::use_awaitable));
+  }
+}
+
+void MessagesCapture::passEnded() {
+  passRunning_ = false;
+  for (auto& signal : waitingForPass_) signal->cancel();
+  waitingForPass_.clear();
+}
+
 asio::awaitable<void> MessagesCapture::capture(BrainClient& client, CaptureChannels channels) {
-  if (passRunning_) co_return;
+  co_await untilNoPassRuns();
   passRunning_ = true;
   PassCounts counts;
   auto cursor = loadCursor();
@@ -189,7 +209,7 @@ asio::awaitable<void> MessagesCapture::capture(BrainClient& client, CaptureChann
   report.alreadySent = counts.alreadySent;
   report.failed = counts.failed;
   report_ = report;
-  passRunning_ = false;
+  passEnded();
   if (liveAskedWhileRunning_) co_await captureRecentFirst(client, channels);
   co_await captureMessageEvents(client, std::move(channels));
 }
@@ -203,7 +223,7 @@ asio::awaitable<void> MessagesCapture::captureRecentFirst(BrainClient& client, C
     liveAskedWhileRunning_ = false;
     passRunning_ = true;
     co_await liveWindowPass(client, channels);
-    passRunning_ = false;
+    passEnded();
   } while (liveAskedWhileRunning_);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/asio/awaitable.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,7 +35,7 @@ struct CaptureChannels {
 // The Messages channel's capture: reading new rows from the store, handing each over, the
 // files the service wants, and the receipts and reactions. Owned by the coordinator and
 // confined to its executor; store reads run on a worker. Two passes never overlap: a live pass
-// asked for while another pass runs is skipped.
+// asked for while another runs goes after it, and the tick's capture waits for a live pass.
 class MessagesCapture {
  public:
   static constexpr int initialCursorDays = 7;
@@ -65,6 +66,8 @@ class MessagesCapture {
   boost::asio::awaitable<bool> handOver(BrainClient& client, const CaptureChannels& channels,
                                         ChatDatabase::MessageBatch batch, PassCounts& counts, bool live);
   boost::asio::awaitable<void> liveWindowPass(BrainClient& client, const CaptureChannels& channels);
+  boost::asio::awaitable<void> untilNoPassRuns();
+  void passEnded();
   CaptureCursor loadCursor() const;
   void saveCursor(const CaptureCursor& cursor);
 
@@ -81,6 +84,7 @@ class MessagesCapture {
   std::optional<SystemTime> caughtUpAt_;
   bool passRunning_ = false;
   bool liveAskedWhileRunning_ = false;  // a live pass asked for during another runs after it
+  std::vector<std::shared_ptr<boost::asio::steady_timer>> waitingForPass_;
 };
 
 // The ingest of one message on the channel it files under.

@@ -1,3 +1,5 @@
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
 #include <boost/json/parse.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,6 +8,7 @@
 #include "../support/DevBrainAdmin.h"
 #include "../support/FakeCompanionHost.h"
 #include "../support/MemorySettingsStore.h"
+#include "../support/MessagesStore.h"
 #include "Companion.h"
 #include "SettingsKeys.h"
 #include "platform/linux/Keychain_linux.h"
@@ -30,7 +33,7 @@ class HeartbeatAgainstDevBrain : public ::testing::Test {
     host_->reading = {true, std::nullopt};
     companion_ = Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_,
                                                   std::make_shared<BeastHttpTransport>(io_.get_executor()), host_,
-                                                  ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, "/nonexistent/chat.db"});
+                                                  ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, storePath_.string()});
   }
   ~HeartbeatAgainstDevBrain() override { QuarlLog::install(nullptr); }
 
@@ -40,6 +43,7 @@ class HeartbeatAgainstDevBrain : public ::testing::Test {
   testing::DevBrainProcess brain_;
   testing::DevBrainAdmin admin_;
   testing::TemporaryDirectory config_;
+  const std::filesystem::path storePath_ = config_.path() / "chat.db";  // no store unless a test makes one
   boost::asio::io_context io_;
   std::shared_ptr<SystemClock> clock_ = std::make_shared<SystemClock>();
   std::shared_ptr<testing::MemorySettingsStore> defaults_ = std::make_shared<testing::MemorySettingsStore>();
@@ -108,6 +112,30 @@ TEST_F(HeartbeatAgainstDevBrain, ARefusedAccessTokenIsRenewedAndTheNewPairKept) 
   // The next tick signs with the renewed token, without another exchange.
   tick();
   EXPECT_EQ(admin_.refreshExchanges(), 1);
+}
+
+TEST_F(HeartbeatAgainstDevBrain, StagesThatRunTogetherRenewTheSessionOnce) {
+  tick();
+  {
+    testing::MessagesStore store(storePath_);
+    store.message({.guid = "m1", .chat = store.chat("+1555", "iMessage"), .text = "hi",
+                   .date = testing::appleNanoseconds(clock_->now() - std::chrono::minutes(1))});
+  }
+  const auto exchangesBefore = admin_.refreshExchanges();
+  admin_.post("/admin/access/expire");
+  // The renewal's answer comes late, so the live pass meets the expired token while it is under way.
+  admin_.post("/admin/faults", {{"path", "/v1/auth/refresh"}, {"delayMs", 300}, {"pass", true}});
+  boost::asio::co_spawn(io_, companion_->guardedTick(), boost::asio::detached);
+  companion_->storeChanged();
+  io_.restart();
+  io_.run();
+
+  EXPECT_EQ(admin_.refreshExchanges(), exchangesBefore + 1);
+  EXPECT_EQ(admin_.get("/admin/stats").at("ingested"), 1);
+  tick();
+  EXPECT_THAT(log_->lines(), Contains(HasSubstr("quarl: heartbeat ok")));
+  EXPECT_THAT(json::serialize(admin_.requests().back()), ::testing::Not(HasSubstr("reuse_detected")));
+  EXPECT_EQ(lastHeartbeatBody().at("capture").at("read"), 1) << "the report of the last capture goes in the heartbeat";
 }
 
 }  // namespace
