@@ -40,8 +40,15 @@ std::size_t leftoverSnapshots() {
   return count;
 }
 
+// Each test has a temporary folder of its own, so that the snapshots of tests running at the
+// same time in other processes are not counted as left behind.
 class ChatDatabaseTest : public ::testing::Test {
  protected:
+  ChatDatabaseTest() {
+    std::filesystem::create_directories(home_.path() / "tmp");
+    ::setenv("TMPDIR", (home_.path() / "tmp").c_str(), 1);
+  }
+  ~ChatDatabaseTest() override { ::unsetenv("TMPDIR"); }
   std::string storePath() const { return (home_.path() / "chat.db").string(); }
   ChatDatabase database() const { return ChatDatabase{storePath()}; }
   testing::TemporaryDirectory home_;
