@@ -1,0 +1,114 @@
+#include "MessagesSender.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <random>
+
+#include "../tests/support/MessagesScript.h"
+#include "../tests/support/TemporaryDirectory.h"
+
+namespace quarl {
+namespace {
+
+using namespace std::chrono_literals;
+const ReplyService overIMessage{false, ReplyService::theChannelsOwnService};
+const ReplyService overSMS{true, ReplyService::theChannelsOwnService};
+
+TEST(MessagesSender, AnyBodyComesBackExactlyFromTheScriptsLiteral) {
+  const std::vector<std::string> pieces = {"\"", "\\", "\n", "\r", "\r\n", "\xE2\x80\xA8", "🎉", "", " ", "a",
+                                           "é", "\" & return & \"", "\\\"", "\n\n", "end tell", "&"};
+  std::mt19937 random(42);
+  std::uniform_int_distribution<std::size_t> pick(0, pieces.size() - 1);
+  std::uniform_int_distribution<int> length(0, 12);
+  for (int i = 0; i < 500; ++i) {
+    std::string body;
+    for (int n = length(random); n > 0; --n) body += pieces[pick(random)];
+    const auto parsed = testing::parseMessagesScript(MessagesSender::script("+15550001", body, overIMessage, std::nullopt));
+    ASSERT_TRUE(parsed) << body;
+    EXPECT_EQ(parsed->body, body);
+    EXPECT_EQ(parsed->target, "+15550001");
+    EXPECT_EQ(parsed->serviceType, "iMessage");
+  }
+  const auto file = testing::parseMessagesScript(
+      MessagesSender::fileScript("x\"y@example.com", "/tmp/a \"b\".png", overSMS, std::nullopt));
+  ASSERT_TRUE(file);
+  EXPECT_TRUE(file->isFile);
+  EXPECT_EQ(file->body, "/tmp/a \"b\".png");
+  EXPECT_EQ(file->target, "x\"y@example.com") << "a target cannot break out of its literal";
+  EXPECT_EQ(file->serviceType, "SMS");
+}
+
+TEST(MessagesSender, GroupsAreAddressedByChatIdAndPeopleByService) {
+  EXPECT_TRUE(MessagesSender::isGroup("chat123456", std::nullopt));
+  EXPECT_FALSE(MessagesSender::isGroup("chat12a", std::nullopt));
+  EXPECT_FALSE(MessagesSender::isGroup("chat", std::nullopt));
+  EXPECT_TRUE(MessagesSender::isGroup("+15550001", std::string("any;+;chat99")));
+  EXPECT_FALSE(MessagesSender::isGroup("chat123456", std::string("any;-;chat123456")));
+  EXPECT_EQ(MessagesSender::script("chat123456", "hi", overSMS, std::nullopt),
+            "tell application \"Messages\"\n"
+            "    set targetChat to missing value\n"
+            "    try\n"
+            "      set targetChat to chat id \"any;+;chat123456\"\n"
+            "    end try\n"
+            "    if targetChat is missing value then\n"
+            "      error \"Quarl: no Messages group matches chat123456\"\n"
+            "    end if\n"
+            "    set targetRecipient to targetChat\n"
+            "  send \"hi\" to targetRecipient\n"
+            "end tell\n");
+  EXPECT_EQ(MessagesSender::script("+15550001", "a\"b", overSMS, std::nullopt),
+            "tell application \"Messages\"\n"
+            "    set targetService to 1st service whose service type = SMS\n"
+            "    set targetRecipient to buddy \"+15550001\" of targetService\n"
+            "  send \"a\\\"b\" to targetRecipient\n"
+            "end tell\n");
+}
+
+TEST(MessagesSender, StagesAndFailuresTellWhatWentAndWhatDidNot) {
+  using Failure = MessagesSender::Failure;
+  const Failure failed(Failure::Kind::scriptFailed, "boom");
+  EXPECT_EQ((MessagesSender::StagedFailure{MessagesSender::Stage{2, 2}, failed}).description(),
+            "file 2 of 2 did not go, so the message was not sent either: Messages could not send that: boom");
+  EXPECT_EQ((MessagesSender::StagedFailure{MessagesSender::Stage{1, 1}, failed}).description(),
+            "the file did not go, so nothing was sent: Messages could not send that: boom");
+  EXPECT_EQ((MessagesSender::StagedFailure{MessagesSender::Stage{0, 2}, failed}).description(),
+            "the files went but the message did not: Messages could not send that: boom");
+  EXPECT_EQ((MessagesSender::StagedFailure{MessagesSender::Stage{0, 0}, failed}).description(),
+            "Messages could not send that: boom");
+
+  ChildOutcome outcome{true, false, 1, "", "execution error: Not authorized to send Apple events to Messages. (-1743)\n"};
+  EXPECT_EQ(MessagesSender::failureOf(outcome, "+1")->kind(), Failure::Kind::notAuthorised);
+  outcome.errors = "execution error: Quarl: no Messages group matches chat1 (-2700)";
+  EXPECT_EQ(MessagesSender::failureOf(outcome, "chat1")->description(), "Messages has no conversation with chat1 any more.");
+  outcome.errors = "  syntax error \n";
+  EXPECT_EQ(MessagesSender::failureOf(outcome, "+1")->description(), "Messages could not send that: syntax error");
+  EXPECT_EQ(MessagesSender::failureOf(ChildOutcome{true, true, std::nullopt, "", ""}, "+1")->kind(), Failure::Kind::timedOut);
+  EXPECT_EQ(MessagesSender::failureOf(ChildOutcome{false, false, std::nullopt, "", ""}, "+1")->description(),
+            "This computer has no Messages app, so nothing was sent.");
+  EXPECT_EQ(MessagesSender::failureOf(ChildOutcome{true, false, 0, "", ""}, "+1"), std::nullopt);
+}
+
+TEST(ChildProcess, InputOutputExitAndAChildThatWillNotStop) {
+  const auto echoed = runChild("/bin/sh", {"-c", "cat; echo oops >&2; exit 3"}, "script text", 5s, 1s);
+  EXPECT_TRUE(echoed.started);
+  EXPECT_EQ(echoed.output, "script text");
+  EXPECT_EQ(echoed.errors, "oops\n");
+  EXPECT_EQ(echoed.exitCode, 3);
+  EXPECT_FALSE(echoed.timedOut);
+
+  const auto big = std::string(1 << 20, 'x');
+  EXPECT_EQ(runChild("/bin/sh", {"-c", "wc -c"}, big, 5s, 1s).output.find("1048576"), 0u) << "input larger than a pipe";
+  EXPECT_EQ(runChild("/bin/sh", {"-c", "exit 0"}, big, 5s, 1s).exitCode, 0) << "a child that never reads";
+
+  const auto started = std::chrono::steady_clock::now();
+  const auto stubborn = runChild("/bin/sh", {"-c", "trap '' TERM; while :; do sleep 0.05; done"}, "", 300ms, 300ms);
+  EXPECT_TRUE(stubborn.timedOut);
+  EXPECT_EQ(stubborn.exitCode, std::nullopt);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 5s) << "killed after the grace";
+
+  EXPECT_FALSE(runChild("/nonexistent/osascript", {}, "", 1s, 1s).started);
+}
+
+}  // namespace
+}  // namespace quarl

@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+
+#include "RelaySendConfirmation.h"
+#include "RelaySendLedger.h"
+#include "ReplyService.h"
+
+namespace quarl {
+namespace {
+
+using namespace std::chrono_literals;
+const SystemTime now(1'790'000'000s);
+
+ChatDatabase::SendRecord row(std::string chat, std::int64_t error, bool sent) {
+  return {"G", std::move(chat), now, error, sent};
+}
+
+TEST(RelaySendConfirmation, VerdictsCountTheRowsOfTheSameConversationOnly) {
+  EXPECT_EQ(RelaySendConfirmation::expectedRows(1, "   \n"), 1);
+  EXPECT_EQ(RelaySendConfirmation::expectedRows(2, "hi"), 3);
+  EXPECT_EQ(RelaySendConfirmation::expectedRows(0, ""), 1);
+
+  const auto refused = RelaySendConfirmation::verdict({row("+15550001", 22, false), row("+15550001", 0, true)}, "+15550001", 2);
+  const auto* r = std::get_if<RelaySendVerdict::Refused>(&refused.value);
+  ASSERT_TRUE(r);
+  EXPECT_EQ(r->codes, std::vector<std::int64_t>{22});
+  EXPECT_EQ(r->failedParts, 1);
+  EXPECT_EQ(r->parts, 2);
+  EXPECT_TRUE(refused.isFinal());
+
+  const auto none = RelaySendConfirmation::verdict({row("+15559999", 0, true)}, "+15550001", 1);
+  EXPECT_TRUE(std::holds_alternative<RelaySendVerdict::NoneWritten>(none.value)) << "another conversation's row";
+  const auto fewer = RelaySendConfirmation::verdict({row("15550001", 0, true)}, "+1 (555) 0001", 2);
+  EXPECT_EQ(std::get<RelaySendVerdict::Incomplete>(fewer.value).written, 1);
+  const auto unmarked = RelaySendConfirmation::verdict({row("+15550001", 0, false)}, "+15550001", 1);
+  EXPECT_EQ(std::get<RelaySendVerdict::Incomplete>(unmarked.value).written, 1);
+  EXPECT_FALSE(unmarked.isFinal());
+  EXPECT_TRUE(std::holds_alternative<RelaySendVerdict::Confirmed>(
+      RelaySendConfirmation::verdict({row("+15550001", 0, true)}, "+15550001", 1).value));
+}
+
+TEST(RelaySendConfirmation, EachVerdictHasItsLogClauseAndReport) {
+  using C = RelaySendConfirmation;
+  EXPECT_EQ(C::outcome({RelaySendVerdict::Confirmed{}}, 2s).logClause, "");
+  EXPECT_TRUE(C::outcome({RelaySendVerdict::Confirmed{}}, 2s).ok);
+  const auto unmarked = C::outcome({RelaySendVerdict::Incomplete{2, 2}}, 44s);
+  EXPECT_TRUE(unmarked.ok);
+  EXPECT_EQ(unmarked.logClause,
+            " reported sent WITHOUT CONFIRMATION — Messages had 2 row(s) and marked none of them sent or failed ");
+  const auto fewer = C::outcome({RelaySendVerdict::Incomplete{1, 3}}, 44s);
+  EXPECT_FALSE(fewer.ok);
+  EXPECT_EQ(fewer.logClause, " DID NOT FULLY SEND — Messages wrote 1 of 3 expected row(s) within 44 s");
+  EXPECT_EQ(fewer.failureReason, "Messages wrote 1 parts of this message and never wrote the rest. Open the "
+                                 "conversation in Messages to see what arrived, and send the missing part again.");
+  const auto none = C::outcome({RelaySendVerdict::NoneWritten{2}}, 44s);
+  EXPECT_EQ(none.failureReason,
+            "Messages did not record this message, so it was not sent. Open the conversation in Messages and try again.");
+  const auto refused = C::outcome({RelaySendVerdict::Refused{{22, 43}, 1, 2}}, 2s);
+  EXPECT_EQ(refused.logClause, " was REFUSED by Messages — 1 of 2 part(s), error 22, 43");
+  EXPECT_EQ(refused.failureReason,
+            "Messages did not deliver all of this — 1 of 2 parts is marked Not Delivered there (error 22, 43). The rest "
+            "did go, so check Messages before sending it again.");
+  EXPECT_EQ(C::refusalSentence({22}, 2, 2),
+            "Messages did not deliver this — it did not go, and it is marked Not Delivered there (error 22). Quarl did "
+            "not send it, whatever the card said before.");
+  EXPECT_TRUE(C::outcome({RelaySendVerdict::NotObservable{"no error column"}}, 2s).ok);
+}
+
+TEST(RelaySendLedger, ClaimsEachSendOnceWithinItsWindowAndMatchesNumbersByTheirDigits) {
+  EXPECT_TRUE(RelaySendLedger::sameConversation("+1 (555) 010-0001", "5550100001"));
+  EXPECT_TRUE(RelaySendLedger::sameConversation("Ann@Example.com", "ann@example.com"));
+  EXPECT_FALSE(RelaySendLedger::sameConversation("12345", "+112345"));
+  EXPECT_TRUE(RelaySendLedger::sameConversation("12345", "12345"));
+  EXPECT_FALSE(RelaySendLedger::sameConversation("+15550100001", "+15550100002"));
+
+  RelaySendLedger ledger(60s);
+  ledger.record("+15550100001", "  on my way \n", now);
+  ledger.record("+15550100001", "old one", now - 5min);
+  EXPECT_EQ(ledger.pending(), 2u);
+  EXPECT_FALSE(ledger.claim("+15550100001", "on my way?", now));
+  EXPECT_TRUE(ledger.claim("5550100001", "on my way", now + 10s));
+  EXPECT_FALSE(ledger.claim("5550100001", "on my way", now + 10s)) << "claimed once";
+  EXPECT_FALSE(ledger.claim("+15550100001", "old one", now)) << "older than the window";
+  EXPECT_EQ(ledger.pending(), 0u);
+}
+
+TEST(ReplyService, TheirNewestIMessageWinsOverTheChannel) {
+  const auto sms = ReplyService::choose("sms", std::string("iMessage"));
+  EXPECT_FALSE(sms.isSMS);
+  EXPECT_EQ(sms.serviceType(), "iMessage");
+  EXPECT_EQ(sms.because, ReplyService::theirNewestCameOverIMessage);
+  EXPECT_TRUE(ReplyService::choose("sms", std::string("SMS")).isSMS);
+  EXPECT_TRUE(ReplyService::choose("sms", std::nullopt).isSMS);
+  const auto imessage = ReplyService::choose("imessage", std::string("SMS"));
+  EXPECT_FALSE(imessage.isSMS);
+  EXPECT_EQ(imessage.because, ReplyService::theChannelsOwnService);
+}
+
+}  // namespace
+}  // namespace quarl
