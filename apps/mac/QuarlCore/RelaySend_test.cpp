@@ -1,4 +1,8 @@
+#include <boost/asio/io_context.hpp>
 #include <gtest/gtest.h>
+
+#include "../tests/support/RunAwaitable.h"
+#include "RelayJobReporting.h"
 
 #include "RelaySendConfirmation.h"
 #include "RelaySendLedger.h"
@@ -93,6 +97,48 @@ TEST(ReplyService, TheirNewestIMessageWinsOverTheChannel) {
   const auto imessage = ReplyService::choose("imessage", std::string("SMS"));
   EXPECT_FALSE(imessage.isSMS);
   EXPECT_EQ(imessage.because, ReplyService::theChannelsOwnService);
+}
+
+struct ReportAttempts {
+  int failuresLeft = 0;
+  std::vector<std::chrono::seconds> slept;
+  int sends = 0;
+};
+
+boost::asio::awaitable<void> recordSleep(ReportAttempts* attempts, std::chrono::seconds delay) {
+  attempts->slept.push_back(delay);
+  co_return;
+}
+
+boost::asio::awaitable<std::optional<std::string>> attemptReport(ReportAttempts* attempts) {
+  ++attempts->sends;
+  if (attempts->failuresLeft-- > 0) co_return std::string("503 unavailable");
+  co_return std::nullopt;
+}
+
+RelayJobReporting::Delivery deliverWith(ReportAttempts& attempts) {
+  boost::asio::io_context io;
+  return testing::runAwaitable(
+      io, RelayJobReporting::deliver(
+              RelayJobReporting::attemptDelays, [&](std::chrono::seconds d) { return recordSleep(&attempts, d); },
+              [&] { return attemptReport(&attempts); }));
+}
+
+TEST(RelayJobReporting, RetriesAfterOneFourAndTwelveSecondsThenGivesUp) {
+  ReportAttempts third;
+  third.failuresLeft = 2;
+  const auto delivered = deliverWith(third);
+  EXPECT_TRUE(delivered.delivered);
+  EXPECT_EQ(delivered.attempts, 3);
+  EXPECT_EQ(third.slept, (std::vector<std::chrono::seconds>{1s, 4s}));
+
+  ReportAttempts never;
+  never.failuresLeft = 100;
+  const auto givenUp = deliverWith(never);
+  EXPECT_FALSE(givenUp.delivered);
+  EXPECT_EQ(givenUp.attempts, 4);
+  EXPECT_EQ(givenUp.lastFailure, "503 unavailable");
+  EXPECT_EQ(never.slept, (std::vector<std::chrono::seconds>{1s, 4s, 12s}));
 }
 
 }  // namespace
