@@ -36,7 +36,9 @@ std::shared_ptr<Companion> Companion::create(CompanionParts parts) {
 Companion::Companion(CompanionParts parts)
     : parts_(std::move(parts)),
       settings_(CompanionSettings::load(*parts_.defaults)),
-      messagesCapture_(parts_.clock, parts_.defaults, parts_.host, parts_.messagesStore) {
+      messagesCapture_(parts_.clock, parts_.defaults, parts_.host, parts_.messagesStore),
+      messagesRelay_(parts_.clock, parts_.messagesStore, sendLedger_) {
+  messagesCapture_.setOwnSends(std::make_shared<LedgerOwnSends>(sendLedger_));
   loadCredentials();
 }
 
@@ -149,8 +151,12 @@ void Companion::offerChannels() {
   state_.enabledChannels = offer.channels;
 }
 
-// Relay jobs and the WhatsApp capture pass join the tick as they are built.
-asio::awaitable<void> Companion::runRelayJobs() { co_return; }
+// The WhatsApp capture pass joins the tick when it is built.
+asio::awaitable<void> Companion::runRelayJobs() {
+  auto brain = client();
+  if (!brain) co_return;
+  co_await messagesRelay_.runRelayJobs(*brain);
+}
 
 std::optional<CaptureChannels> Companion::captureChannels() const {
   if (!settings_.imessageChannelId) return std::nullopt;

@@ -11,6 +11,7 @@
 #include "CompanionSettings.h"
 #include "CompanionState.h"
 #include "MessagesCapture.h"
+#include "MessagesRelay.h"
 #include "platform/CompanionHost.h"
 #include "platform/Keychain.h"
 #include "platform/SettingsStore.h"
@@ -98,7 +99,9 @@ class Companion : public std::enable_shared_from_this<Companion> {
   CompanionParts parts_;
   CompanionState state_;
   CompanionSettings settings_;
+  std::shared_ptr<RelaySendLedger> sendLedger_ = std::make_shared<RelaySendLedger>();
   MessagesCapture messagesCapture_;
+  MessagesRelay messagesRelay_;
   std::shared_ptr<BrainClient> client_;
   MessagesStoreReading storeReading_;
   std::optional<std::string> badgeLabel_;

@@ -149,6 +149,15 @@ std::int64_t MessagesStore::message(const MessageRow& row) {
   return id;
 }
 
+std::int64_t MessagesStore::chatRow(const std::string& identifier) {
+  sqlite3_stmt* statement = nullptr;
+  check(db_, sqlite3_prepare_v2(db_, "select ROWID from chat where chat_identifier = ?", -1, &statement, nullptr), "chat");
+  sqlite3_bind_text(statement, 1, identifier.c_str(), -1, SQLITE_TRANSIENT);
+  const std::int64_t row = sqlite3_step(statement) == SQLITE_ROW ? sqlite3_column_int64(statement, 0) : 0;
+  sqlite3_finalize(statement);
+  return row;
+}
+
 std::int64_t MessagesStore::attachment(std::int64_t messageRowId, const AttachmentRow& row) {
   std::vector<std::pair<std::string, std::optional<std::string>>> text = {{"guid", row.guid},
                                                                           {"filename", row.filename},

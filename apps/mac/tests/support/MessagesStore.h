@@ -67,6 +67,8 @@ class MessagesStore {
   std::int64_t chat(const std::string& identifier, const std::string& serviceName,
                     const std::vector<std::int64_t>& handles = {}, const std::string& displayName = "");
   std::int64_t message(const MessageRow& row);
+  // The row of the chat with this identifier; 0 when there is none.
+  std::int64_t chatRow(const std::string& identifier);
   std::int64_t attachment(std::int64_t messageRowId, const AttachmentRow& row);
 
   // Runs SQL as it stands, for the variants a test needs (a dropped table, a missing column).
