@@ -92,9 +92,7 @@ TEST_F(HostAgainstDevBrain, AnUnpairedHostPairsStoresItsSessionAndSendsItsFirstH
   EXPECT_TRUE(defaults.at("QuarlInstallId").is_string());
 
   // Without Messages the heartbeat offers nothing and says why.
-  const auto requests = admin_.requests();
-  const auto heartbeat = json::parse(requests.back().at("body").as_string());
-  EXPECT_EQ(requests.back().at("path"), "/v1/relay/heartbeat");
+  const auto heartbeat = admin_.lastBodyTo("/v1/relay/heartbeat");
   EXPECT_EQ(heartbeat.at("channels"), json::array{});
   EXPECT_THAT(std::string(heartbeat.at("blockedReason").as_string()), HasSubstr("Full Disk Access"));
   EXPECT_EQ(heartbeat.at("device").at("installId"), defaults.at("QuarlInstallId"));
@@ -143,7 +141,7 @@ TEST_F(HostAgainstDevBrain, AMessagesStoreInItsPlaceIsReadAndItsChannelsOffered)
     admin_.post("/admin/pairings/approve");
   });
   ASSERT_EQ(code, 0) << log;
-  auto heartbeat = json::parse(admin_.requests().back().at("body").as_string());
+  auto heartbeat = admin_.lastBodyTo("/v1/relay/heartbeat");
   EXPECT_THAT(json::serialize(heartbeat.at("channels")), HasSubstr("imessage"));
   EXPECT_THAT(json::serialize(heartbeat.at("channels")), HasSubstr("sms"));
   EXPECT_TRUE(heartbeat.at("blockedReason").is_null());
@@ -155,7 +153,7 @@ TEST_F(HostAgainstDevBrain, AMessagesStoreInItsPlaceIsReadAndItsChannelsOffered)
   }
   const auto [again, secondLog] = runOnce();
   ASSERT_EQ(again, 0) << secondLog;
-  heartbeat = json::parse(admin_.requests().back().at("body").as_string());
+  heartbeat = admin_.lastBodyTo("/v1/relay/heartbeat");
   EXPECT_EQ(heartbeat.at("channels"), json::array{});
   EXPECT_EQ(heartbeat.at("blockedReason"),
             "The Messages database is not the shape Quarl knows how to read: `message` has no attributedBody");

@@ -26,6 +26,14 @@ class DevBrainAdmin {
   // The requests devbrain received on the service's paths, oldest first.
   boost::json::array requests() { return get("/admin/requests").as_array(); }
   std::int64_t refreshExchanges() { return get("/admin/stats").at("refreshExchanges").as_int64(); }
+  // The body of the newest request to `path`, as JSON; null when there was none.
+  boost::json::value lastBodyTo(std::string_view path) {
+    const auto all = requests();
+    for (auto request = all.rbegin(); request != all.rend(); ++request) {
+      if (request->at("path").as_string() == path) return boost::json::parse(request->at("body").as_string());
+    }
+    return nullptr;
+  }
 
  private:
   boost::json::value request(const std::string& method, const std::string& path, std::optional<std::string> body) {
