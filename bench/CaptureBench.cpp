@@ -70,7 +70,7 @@ int main() {
     fixture.exec("commit");
   }
   const auto environment = [&] {
-    auto env = boost::this_process::environment();
+    bp::environment env = boost::this_process::environment();  // a copy, not this process's own
     env["HOME"] = home.path().string();
     env["XDG_CONFIG_HOME"] = (home.path() / ".config").string();
     env["QUARL_LOG_LEVEL"] = "error";

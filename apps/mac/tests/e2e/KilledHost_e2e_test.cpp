@@ -49,7 +49,7 @@ std::int64_t killAndRestart(std::mt19937& random, int trial) {
     }
     store.exec("commit");
   }
-  auto environment = boost::this_process::environment();
+  bp::environment environment = boost::this_process::environment();  // a copy, not this process's own
   environment["HOME"] = home.path().string();
   environment["XDG_CONFIG_HOME"] = (home.path() / ".config").string();
   environment["QUARL_LOG_LEVEL"] = "error";

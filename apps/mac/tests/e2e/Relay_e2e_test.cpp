@@ -49,7 +49,7 @@ class RelayAgainstDevBrain : public ::testing::Test {
 
   std::pair<int, std::string> runOnce(const std::string& mode, const std::string& failCall = "",
                                       const std::string& runner = QUARL_STANDIN_PATH) {
-    auto environment = boost::this_process::environment();
+    bp::environment environment = boost::this_process::environment();  // a copy, not this process's own
     environment["HOME"] = home_.path().string();
     environment["XDG_CONFIG_HOME"] = (home_.path() / ".config").string();
     environment["QUARL_OSASCRIPT"] = runner;
