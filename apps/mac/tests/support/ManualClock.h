@@ -23,9 +23,13 @@ class ManualClock final : public Clock {
     boost::asio::steady_timer signal(co_await boost::asio::this_coro::executor,
                                      boost::asio::steady_timer::time_point::max());
     auto entry = sleepers_.insert(sleepers_.end(), &signal);
+    ++sleepsBegun_;
     while (now_ < deadline) co_await signal.async_wait(boost::asio::as_tuple(boost::asio::use_awaitable));
     sleepers_.erase(entry);
   }
+
+  // How many sleeps have begun on this clock, so a test can wait for the next one.
+  std::size_t sleepsBegun() const { return sleepsBegun_; }
 
   void advance(std::chrono::system_clock::duration by) {
     now_ += by;
@@ -35,6 +39,7 @@ class ManualClock final : public Clock {
  private:
   SystemTime now_;
   mutable std::list<boost::asio::steady_timer*> sleepers_;
+  mutable std::size_t sleepsBegun_ = 0;
 };
 
 }  // namespace quarl::testing
