@@ -1,22 +1,18 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
-#include <boost/process/child.hpp>
-#include <boost/process/env.hpp>
-#include <boost/process/io.hpp>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../support/DevBrainAdmin.h"
+#include "../support/HostHome.h"
 #include "../support/MessagesStore.h"
-#include "../support/TemporaryDirectory.h"
 #include "Base64.h"
 #include "DateText.h"
 
 namespace quarl {
 namespace {
 
-namespace bp = boost::process;
 namespace fs = std::filesystem;
 namespace json = boost::json;
 using namespace std::chrono_literals;
@@ -26,25 +22,14 @@ using ::testing::HasSubstr;
 // approves the pairing at once.
 class CaptureAgainstDevBrain : public ::testing::Test {
  protected:
-  CaptureAgainstDevBrain() : admin_(brain_) {
-    const auto config = home_.path() / ".config" / "quarl";
-    fs::create_directories(config);
-    std::ofstream(config / "defaults.json") << json::serialize(json::object{{"QuarlApiURL", brain_.baseURL()}});
+  CaptureAgainstDevBrain() : admin_(brain_), home_(brain_) {
     admin_.post("/admin/settings", {{"autoApprove", true}, {"pairingIntervalSeconds", 0}});
-    fs::create_directories(messages());
   }
 
-  fs::path messages() const { return home_.path() / "Library" / "Messages"; }
-
+  fs::path messages() const { return home_.messages(); }
   std::pair<int, std::string> runOnce() {
-    bp::ipstream errors;
-    bp::child host(QUARL_COMPANION_PATH, "--once", bp::env["HOME"] = home_.path().string(),
-                   bp::env["XDG_CONFIG_HOME"] = (home_.path() / ".config").string(), bp::std_out > bp::null,
-                   bp::std_err > errors);
-    std::string all, line;
-    while (std::getline(errors, line)) all += line + "\n";
-    host.wait();
-    return {host.exit_code(), all};
+    const auto run = home_.runOnce();
+    return {run.code, run.log};
   }
 
   json::array ingested() { return admin_.get("/admin/ingested").as_array(); }
@@ -59,7 +44,7 @@ class CaptureAgainstDevBrain : public ::testing::Test {
 
   testing::DevBrainProcess brain_;
   testing::DevBrainAdmin admin_;
-  testing::TemporaryDirectory home_;
+  testing::HostHome home_;
   const SystemTime now_ = std::chrono::time_point_cast<SystemTime::duration>(std::chrono::system_clock::now());
 };
 

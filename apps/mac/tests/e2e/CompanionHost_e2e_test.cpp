@@ -42,7 +42,7 @@ class HostAgainstDevBrain : public ::testing::Test {
   // Waits until the host has polled its pending pairing, so that the decision comes after.
   void awaitPendingPoll() {
     for (int i = 0; i < 500; ++i) {
-      if (requestsTo("/v1/devices/pair/poll") > pollsBefore_) return;
+      if (admin_.requestsTo("/v1/devices/pair/poll") > pollsBefore_) return;
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     FAIL() << "the host never polled its pairing";
@@ -50,7 +50,7 @@ class HostAgainstDevBrain : public ::testing::Test {
 
   // Runs the host once with the pairing decided by `decide`; its exit code and standard error.
   std::pair<int, std::string> runOnce(const std::function<void()>& decide = [] {}) {
-    pollsBefore_ = requestsTo("/v1/devices/pair/poll");
+    pollsBefore_ = admin_.requestsTo("/v1/devices/pair/poll");
     bp::ipstream errors;
     auto host = startHost(errors);
     decide();
@@ -60,11 +60,6 @@ class HostAgainstDevBrain : public ::testing::Test {
     return {host.exit_code(), all};
   }
 
-  int requestsTo(std::string_view path) {
-    int count = 0;
-    for (const auto& request : admin_.requests()) count += request.at("path").as_string() == path;
-    return count;
-  }
 
   testing::DevBrainProcess brain_;
   testing::DevBrainAdmin admin_;
@@ -100,8 +95,8 @@ TEST_F(HostAgainstDevBrain, AnUnpairedHostPairsStoresItsSessionAndSendsItsFirstH
   // A second start is already paired.
   const auto [again, secondLog] = runOnce();
   EXPECT_EQ(again, 0) << secondLog;
-  EXPECT_EQ(requestsTo("/v1/devices/pair/start"), 1);
-  EXPECT_EQ(requestsTo("/v1/relay/heartbeat"), 2);
+  EXPECT_EQ(admin_.requestsTo("/v1/devices/pair/start"), 1);
+  EXPECT_EQ(admin_.requestsTo("/v1/relay/heartbeat"), 2);
 }
 
 TEST_F(HostAgainstDevBrain, PairingsThatEndWithoutASessionStoreNothing) {
@@ -126,7 +121,7 @@ TEST_F(HostAgainstDevBrain, PairingsThatEndWithoutASessionStoreNothing) {
 
   EXPECT_FALSE(fs::exists(config_ / "keychain.json"));
   EXPECT_FALSE(json::parse(testing::fileContents(config_ / "defaults.json")).as_object().contains("QuarlDeviceId"));
-  EXPECT_EQ(requestsTo("/v1/relay/heartbeat"), 0);
+  EXPECT_EQ(admin_.requestsTo("/v1/relay/heartbeat"), 0);
 }
 
 TEST_F(HostAgainstDevBrain, AMessagesStoreInItsPlaceIsReadAndItsChannelsOffered) {

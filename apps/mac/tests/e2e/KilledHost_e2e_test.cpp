@@ -1,17 +1,14 @@
 #include <signal.h>
 
-#include <boost/json/serialize.hpp>
 #include <boost/process/child.hpp>
-#include <boost/process/env.hpp>
 #include <boost/process/io.hpp>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 #include <thread>
 
 #include "../support/DevBrainAdmin.h"
+#include "../support/HostHome.h"
 #include "../support/MessagesStore.h"
-#include "../support/TemporaryDirectory.h"
 
 namespace quarl {
 namespace {
@@ -31,15 +28,10 @@ std::int64_t killAndRestart(std::mt19937& random, int trial) {
   testing::DevBrainProcess brain;
   testing::DevBrainAdmin admin(brain);
   admin.post("/admin/settings", {{"autoApprove", true}, {"pairingIntervalSeconds", 0}});
-  testing::TemporaryDirectory home;
-  fs::create_directories(home.path() / ".config" / "quarl");
-  std::ofstream(home.path() / ".config" / "quarl" / "defaults.json")
-      << json::serialize(json::object{{"QuarlApiURL", brain.baseURL()}});
-  const auto messages = home.path() / "Library" / "Messages";
-  fs::create_directories(messages);
+  testing::HostHome home(brain);
   const auto now = time_point_cast<SystemTime::duration>(system_clock::now());
   {
-    testing::MessagesStore store(messages / "chat.db");
+    testing::MessagesStore store(home.store());
     const auto handle = store.handle("+15550001");
     const auto chat = store.chat("+15550001", "iMessage", {handle});
     store.exec("begin");
@@ -49,9 +41,7 @@ std::int64_t killAndRestart(std::mt19937& random, int trial) {
     }
     store.exec("commit");
   }
-  bp::environment environment = boost::this_process::environment();  // a copy, not this process's own
-  environment["HOME"] = home.path().string();
-  environment["XDG_CONFIG_HOME"] = (home.path() / ".config").string();
+  auto environment = home.environment();
   environment["QUARL_LOG_LEVEL"] = "error";
 
   bp::child running(QUARL_COMPANION_PATH, environment, bp::std_out > bp::null, bp::std_err > bp::null);
@@ -62,15 +52,11 @@ std::int64_t killAndRestart(std::mt19937& random, int trial) {
   running.wait();
   const auto beforeRestart = admin.get("/admin/stats").at("ingested").as_int64();
 
-  bp::ipstream errors;
-  bp::child restarted(QUARL_COMPANION_PATH, "--once", environment, bp::std_out > bp::null, bp::std_err > errors);
-  std::string log, line;
-  while (std::getline(errors, line)) log += line + "\n";
-  restarted.wait();
-  EXPECT_EQ(restarted.exit_code(), 0) << "trial " << trial << ": " << log;
+  const auto restarted = home.run({"--once"}, environment);
+  EXPECT_EQ(restarted.code, 0) << "trial " << trial << ": " << restarted.log;
   EXPECT_EQ(admin.get("/admin/stats").at("ingested").as_int64(), backlog)
       << "trial " << trial << ", killed after " << killAfter.count() << " ms with " << beforeRestart
-      << " handed over: " << log;
+      << " handed over: " << restarted.log;
   return beforeRestart;
 }
 

@@ -63,11 +63,6 @@ class RelayPassOnAManualClock : public ::testing::Test {
     }
     ASSERT_TRUE(done()) << ::testing::PrintToString(log_->lines());
   }
-  int requestsTo(std::string_view path) {
-    int count = 0;
-    for (const auto& request : admin_.requests()) count += request.at("path").as_string() == path;
-    return count;
-  }
 
   testing::DevBrainProcess brain_;
   testing::DevBrainAdmin admin_;
@@ -94,7 +89,7 @@ TEST_F(RelayPassOnAManualClock, PassesNeverOverlapAndAnUnmarkedSendIsWatchedForF
   asio::co_spawn(io_, companion_->guardedRelayPass(), asio::detached);
   io_.restart();
   io_.run_for(50ms);
-  EXPECT_EQ(requestsTo("/v1/relay/jobs/claim"), 1);
+  EXPECT_EQ(admin_.requestsTo("/v1/relay/jobs/claim"), 1);
 
   std::size_t sleeps = 1;
   for (const auto delay : {2s, 5s, 12s}) {

@@ -1,22 +1,15 @@
-#include <boost/json/serialize.hpp>
-#include <boost/process/child.hpp>
-#include <boost/process/env.hpp>
-#include <boost/process/io.hpp>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../support/DevBrainAdmin.h"
+#include "../support/HostHome.h"
 #include "../support/FileContents.h"
 #include "../support/MessagesStore.h"
-#include "../support/TemporaryDirectory.h"
 #include "Base64.h"
-#include "ChatDatabase.h"
 
 namespace quarl {
 namespace {
 
-namespace bp = boost::process;
 namespace fs = std::filesystem;
 namespace json = boost::json;
 using namespace std::chrono;
@@ -26,43 +19,29 @@ using ::testing::HasSubstr;
 // writes the rows Messages would into a real store.
 class RelayAgainstDevBrain : public ::testing::Test {
  protected:
-  RelayAgainstDevBrain() : admin_(brain_) {
-    const auto config = home_.path() / ".config" / "quarl";
-    fs::create_directories(config);
-    std::ofstream(config / "defaults.json") << json::serialize(json::object{{"QuarlApiURL", brain_.baseURL()}});
+  RelayAgainstDevBrain() : admin_(brain_), home_(brain_) {
     admin_.post("/admin/settings", {{"autoApprove", true}, {"pairingIntervalSeconds", 0}});
-    fs::create_directories(home_.path() / "Library" / "Messages");
-    testing::MessagesStore store(storePath());
+    testing::MessagesStore store(home_.store());
     const auto ann = store.handle("+15550001");
     const auto chat = store.chat("+15550001", "iMessage", {ann});
     store.message({.guid = "from-ann", .chat = chat, .handle = ann, .text = "are you coming?",
                    .date = testing::appleNanoseconds(time_point_cast<SystemTime::duration>(system_clock::now()) - 10min)});
+    fs::create_directories(temporary());
   }
 
-  std::string storePath() const { return (home_.path() / "Library" / "Messages" / "chat.db").string(); }
   std::string standInLog() const { return (home_.path() / "standin.log").string(); }
   // The host's own temporary folder, where it stages files and takes snapshots.
-  fs::path temporary() const {
-    fs::create_directories(home_.path() / "tmp");
-    return home_.path() / "tmp";
-  }
+  fs::path temporary() const { return home_.path() / "tmp"; }
 
-  std::pair<int, std::string> runOnce(const std::string& mode, const std::string& failCall = "",
-                                      const std::string& runner = QUARL_STANDIN_PATH) {
-    bp::environment environment = boost::this_process::environment();  // a copy, not this process's own
-    environment["HOME"] = home_.path().string();
-    environment["XDG_CONFIG_HOME"] = (home_.path() / ".config").string();
+  testing::HostHome::Run runOnce(const std::string& mode, const std::string& failCall = "",
+                                 const std::string& runner = QUARL_STANDIN_PATH) {
+    auto environment = home_.environment();
     environment["QUARL_OSASCRIPT"] = runner;
     environment["QUARL_STANDIN_MODE"] = mode;
     environment["QUARL_STANDIN_FAIL_CALL"] = failCall;
     environment["QUARL_STANDIN_LOG"] = standInLog();
     environment["TMPDIR"] = temporary().string();
-    bp::ipstream errors;
-    bp::child host(QUARL_COMPANION_PATH, "--once", environment, bp::std_out > bp::null, bp::std_err > errors);
-    std::string all, line;
-    while (std::getline(errors, line)) all += line + "\n";
-    host.wait();
-    return {host.exit_code(), all};
+    return home_.run({"--once"}, environment);
   }
 
   std::string queue(const json::object& job) { return std::string(admin_.post("/admin/jobs", job).at("id").as_string()); }
@@ -85,7 +64,7 @@ class RelayAgainstDevBrain : public ::testing::Test {
 
   testing::DevBrainProcess brain_;
   testing::DevBrainAdmin admin_;
-  testing::TemporaryDirectory home_;
+  testing::HostHome home_;
 };
 
 TEST_F(RelayAgainstDevBrain, AConfirmedSendIsReportedOkAndNotCapturedAsANewMessage) {

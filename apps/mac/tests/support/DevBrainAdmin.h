@@ -26,6 +26,12 @@ class DevBrainAdmin {
   // The requests devbrain received on the service's paths, oldest first.
   boost::json::array requests() { return get("/admin/requests").as_array(); }
   std::int64_t refreshExchanges() { return get("/admin/stats").at("refreshExchanges").as_int64(); }
+  // How many requests devbrain received on `path`.
+  int requestsTo(std::string_view path) {
+    int count = 0;
+    for (const auto& request : requests()) count += request.at("path").as_string() == path;
+    return count;
+  }
   // The body of the newest request to `path`, as JSON; null when there was none.
   boost::json::value lastBodyTo(std::string_view path) {
     const auto all = requests();
