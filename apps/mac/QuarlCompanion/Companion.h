@@ -66,7 +66,6 @@ class Companion : public std::enable_shared_from_this<Companion> {
   bool hasCredentials() const { return settings_.credentials.has_value(); }
 
   const CompanionState& state() const { return state_; }
-  MessagesCapture& messagesCapture() { return messagesCapture_; }
   const CompanionSettings& settings() const { return settings_; }
   // The user code of the pairing under way, for the sign-in page; none otherwise.
   const std::optional<std::string>& pairingCode() const { return pairingCode_; }

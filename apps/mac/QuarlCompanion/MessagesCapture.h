@@ -59,7 +59,6 @@ class MessagesCapture {
 
   void setOwnSends(std::shared_ptr<OwnSends> ownSends) { ownSends_ = std::move(ownSends); }
   const std::optional<ChatDatabaseCaptureReport>& report() const { return report_; }
-  const std::string& storePath() const { return storePath_; }
 
  private:
   struct PassCounts;
