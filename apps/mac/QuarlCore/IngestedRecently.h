@@ -15,7 +15,6 @@ class IngestedRecently {
   bool contains(const std::string& guid) const { return handedOver_.contains(guid); }
   void record(const std::string& guid, SystemTime at) { handedOver_[guid] = at; }
   void forget(SystemTime before);
-  std::size_t size() const { return handedOver_.size(); }
 
  private:
   std::map<std::string, SystemTime> handedOver_;
