@@ -1,0 +1,133 @@
+#include "OperatorSession.h"
+
+#include <algorithm>
+
+namespace quarl {
+
+namespace {
+
+using NotReady = OperatorSession::NotReady;
+using Conditions = OperatorSession::Conditions;
+
+// What each class needs. Files need only the switch and a sign-in: finding and reading files
+// works on a locked Mac, and folder consent is asked for by the file steps themselves. Looking
+// needs Screen Recording and a Mac unlocked at its screen; acting needs Accessibility and
+// the right to post events. A sleeping display stops looking and acting unless the owner lets
+// Quarl keep the Mac awake, since then the link wakes it first.
+struct Needs {
+  bool screenRecording = false;
+  bool accessibility = false;
+  bool postEvents = false;
+  bool unlocked = false;
+  bool awakeDisplay = false;
+};
+
+Needs needsOf(MacCapabilityClass klass) {
+  switch (klass) {
+    case MacCapabilityClass::files: return {};
+    case MacCapabilityClass::screen: return {true, false, false, true, true};
+    case MacCapabilityClass::act:
+    case MacCapabilityClass::consequential: return {false, true, true, true, true};
+    case MacCapabilityClass::unadvertised: return {true, true, true, true, true};
+  }
+  return {true, true, true, true, true};
+}
+
+constexpr MacCapabilityClass advertised[] = {MacCapabilityClass::files, MacCapabilityClass::screen,
+                                             MacCapabilityClass::act, MacCapabilityClass::consequential};
+
+bool has(const std::vector<NotReady>& reasons, NotReady reason) {
+  return std::find(reasons.begin(), reasons.end(), reason) != reasons.end();
+}
+
+}  // namespace
+
+std::vector<NotReady> OperatorSession::blockers(MacCapabilityClass klass, const Conditions& c) {
+  const auto needs = needsOf(klass);
+  std::vector<NotReady> reasons;
+  if (!c.switchOn) reasons.push_back(NotReady::switchedOff);
+  if (needs.accessibility && !c.accessibility) reasons.push_back(NotReady::noAccessibility);
+  if (needs.screenRecording && !c.screenRecording) reasons.push_back(NotReady::noScreenRecording);
+  if (!c.signedIn) reasons.push_back(NotReady::signedOut);
+  if (needs.unlocked && !c.unlockedAtScreen) reasons.push_back(NotReady::lockedOrAway);
+  if (needs.postEvents && !c.postEvent) reasons.push_back(NotReady::cannotPostEvents);
+  if (needs.awakeDisplay && c.displayAsleep && !c.keepAwake) reasons.push_back(NotReady::displayAsleep);
+  return reasons;
+}
+
+std::optional<std::string> OperatorSession::refusalSentence(MacCapabilityClass klass, const Conditions& conditions) {
+  const auto reasons = blockers(klass, conditions);
+  if (reasons.empty()) return std::nullopt;
+  if (has(reasons, NotReady::switchedOff) || has(reasons, NotReady::signedOut)) {
+    return "This Mac could not be operated when the step arrived (switched off, locked, or a permission removed), so "
+           "nothing was done.";
+  }
+  if (has(reasons, NotReady::lockedOrAway)) {
+    return "The Mac is locked, so Quarl did not look, click or type. It can still find and read files.";
+  }
+  if (std::all_of(reasons.begin(), reasons.end(), [](NotReady r) { return r == NotReady::displayAsleep; })) {
+    return "The Mac's display is asleep, so Quarl did not look, click or type. Turn on “Keep my Mac awake while Quarl "
+           "works” in the Quarl menu to let it wake the display.";
+  }
+  std::vector<std::string> names;
+  for (const auto reason : reasons) {
+    if (reason == NotReady::noAccessibility) names.emplace_back("Accessibility");
+    if (reason == NotReady::noScreenRecording) names.emplace_back("Screen Recording");
+    if (reason == NotReady::noFullDiskAccess) names.emplace_back("Full Disk Access");
+  }
+  if (names.empty()) return "Quarl needs to be restarted on the Mac before it can click or type, so nothing was done.";
+  if (names.size() == 1) return names.front() + " is off for Quarl on the Mac, so nothing was done.";
+  std::string joined;
+  for (std::size_t i = 0; i + 1 < names.size(); ++i) joined += (i == 0 ? "" : ", ") + names[i];
+  return joined + " and " + names.back() + " are off for Quarl on the Mac, so nothing was done.";
+}
+
+bool OperatorSession::begin(const std::string& runId) {
+  std::lock_guard lock(mutex_);
+  if (stopped_.contains(runId)) return false;
+  live_ = runId;
+  return true;
+}
+
+std::optional<std::string> OperatorSession::admit(const std::string& runId, MacCapabilityClass klass,
+                                                  bool indicatorShown, const Conditions& conditions) {
+  std::lock_guard lock(mutex_);
+  if (stopped_.contains(runId) || (live_ && *live_ != runId)) {
+    return "You stopped Quarl on the Mac, so this step did not run.";
+  }
+  if (auto sentence = refusalSentence(klass, conditions)) return sentence;
+  if (!indicatorShown) return "The “Quarl is operating this Mac” bar was not on screen, so nothing was done.";
+  return std::nullopt;
+}
+
+std::optional<std::string> OperatorSession::stop() {
+  std::lock_guard lock(mutex_);
+  auto was = live_;
+  if (was) stopped_.insert(*was);
+  live_.reset();
+  return was;
+}
+
+void OperatorSession::ended(const std::string& runId) {
+  std::lock_guard lock(mutex_);
+  if (live_ == runId) live_.reset();
+}
+
+std::optional<std::string> OperatorSession::liveRunId() const {
+  std::lock_guard lock(mutex_);
+  return live_;
+}
+
+std::vector<std::string> OperatorSession::can(const Conditions& conditions) {
+  std::vector<std::string> ready;
+  for (const auto klass : advertised) {
+    if (blockers(klass, conditions).empty()) ready.emplace_back(wireName(klass));
+  }
+  return ready;
+}
+
+bool OperatorSession::mayPoll(const Conditions& conditions) {
+  return conditions.switchOn && conditions.signedIn && !can(conditions).empty();
+}
+
+}  // namespace quarl

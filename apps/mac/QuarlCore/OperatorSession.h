@@ -1,0 +1,69 @@
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "MacCapabilityClass.h"
+
+namespace quarl {
+
+// Which operator run is live and which runs the owner stopped on this Mac. Called from any
+// thread; every operation holds the lock for its whole length.
+class OperatorSession {
+ public:
+  // What the Mac allows at this moment; a capability not known counts as not granted.
+  struct Conditions {
+    bool switchOn = false;
+    bool accessibility = false;
+    bool screenRecording = false;
+    bool signedIn = false;
+    bool unlockedAtScreen = false;
+    bool postEvent = false;
+    bool fullDiskAccess = false;
+    bool folderConsent = false;
+    bool displayAsleep = false;
+    bool keepAwake = false;
+  };
+
+  enum class NotReady {
+    switchedOff,
+    noAccessibility,
+    noScreenRecording,
+    signedOut,
+    lockedOrAway,
+    cannotPostEvents,
+    noFullDiskAccess,
+    displayAsleep
+  };
+
+  // The reasons that keep `klass` from running under `conditions`, in the order above. The one
+  // table of what each class needs lives in the implementation.
+  static std::vector<NotReady> blockers(MacCapabilityClass klass, const Conditions& conditions);
+  static std::optional<std::string> refusalSentence(MacCapabilityClass klass, const Conditions& conditions);
+
+  // True when `runId` became the live run; a stopped run is never begun again.
+  bool begin(const std::string& runId);
+  // None when the step may run; else the sentence of its refusal.
+  std::optional<std::string> admit(const std::string& runId, MacCapabilityClass klass, bool indicatorShown,
+                                   const Conditions& conditions);
+  // Ends the live run for good; the run that was live, if any.
+  std::optional<std::string> stop();
+  // The service ended `runId`: it is no longer live, and may not be stopped by this Mac.
+  void ended(const std::string& runId);
+  std::optional<std::string> liveRunId() const;
+
+  // The wire names of the classes ready now, in a fixed order; the unadvertised class never.
+  static std::vector<std::string> can(const Conditions& conditions);
+  static bool mayPoll(const Conditions& conditions);
+
+ private:
+  mutable std::mutex mutex_;
+  std::optional<std::string> live_;
+  std::set<std::string> stopped_;
+};
+
+}  // namespace quarl

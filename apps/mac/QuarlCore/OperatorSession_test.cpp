@@ -1,0 +1,84 @@
+#include "OperatorSession.h"
+
+#include <gtest/gtest.h>
+
+#include "OperatorBackoff.h"
+
+namespace quarl {
+namespace {
+
+using Conditions = OperatorSession::Conditions;
+
+Conditions allGranted() { return {true, true, true, true, true, true, true, true, false, false}; }
+
+TEST(OperatorBackoff, WaitsGrowWithFailuresAndTheServicesAnswer) {
+  EXPECT_DOUBLE_EQ(OperatorBackoff::delay(5, 500, 0.5), 16);
+  EXPECT_DOUBLE_EQ(OperatorBackoff::delay(5, 429, 0.5), 30);
+  EXPECT_DOUBLE_EQ(OperatorBackoff::delay(1, 404, 0.5), 60);
+  EXPECT_DOUBLE_EQ(OperatorBackoff::delay(9, 403, 0.0), 60);
+  EXPECT_DOUBLE_EQ(OperatorBackoff::delay(1, std::nullopt, 0.25), 0.75);
+  EXPECT_DOUBLE_EQ(OperatorBackoff::delay(2, 500, 0.0), 1.5);
+  EXPECT_DOUBLE_EQ(OperatorBackoff::delay(20, 500, 0.999999), 30) << "never past the cap";
+  EXPECT_DOUBLE_EQ(OperatorBackoff::delay(1, 500, 7.0), 0.5 + 0.999999) << "random is clamped";
+}
+
+TEST(OperatorSession, StoppedRunsStayStoppedAndEachStepIsAdmittedOrToldWhyNot) {
+  OperatorSession session;
+  const auto granted = allGranted();
+  EXPECT_TRUE(session.begin("run-1"));
+  EXPECT_EQ(session.admit("run-1", MacCapabilityClass::act, true, granted), std::nullopt);
+  EXPECT_EQ(session.admit("run-1", MacCapabilityClass::act, false, granted),
+            "The “Quarl is operating this Mac” bar was not on screen, so nothing was done.");
+  EXPECT_EQ(session.stop(), "run-1");
+  EXPECT_EQ(session.liveRunId(), std::nullopt);
+  EXPECT_FALSE(session.begin("run-1")) << "a stopped run is never begun again";
+  EXPECT_TRUE(session.begin("run-2"));
+  EXPECT_EQ(session.admit("run-1", MacCapabilityClass::files, true, granted),
+            "You stopped Quarl on the Mac, so this step did not run.");
+  session.ended("run-2");
+  EXPECT_EQ(session.liveRunId(), std::nullopt);
+  EXPECT_EQ(session.stop(), std::nullopt);
+  EXPECT_TRUE(session.begin("run-2")) << "a run the service ended was not stopped here";
+}
+
+TEST(OperatorSession, ClassesAreReadyOrRefusedByWhatTheyNeed) {
+  auto conditions = allGranted();
+  EXPECT_EQ(OperatorSession::can(conditions), (std::vector<std::string>{"files", "screen", "act", "consequential"}));
+
+  conditions.unlockedAtScreen = false;
+  EXPECT_EQ(OperatorSession::can(conditions), std::vector<std::string>{"files"}) << "a locked Mac still finds files";
+  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::screen, conditions),
+            "The Mac is locked, so Quarl did not look, click or type. It can still find and read files.");
+
+  conditions = allGranted();
+  conditions.displayAsleep = true;
+  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::act, conditions),
+            "The Mac's display is asleep, so Quarl did not look, click or type. Turn on “Keep my Mac awake while Quarl "
+            "works” in the Quarl menu to let it wake the display.");
+  conditions.keepAwake = true;
+  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::act, conditions), std::nullopt);
+
+  conditions = allGranted();
+  conditions.accessibility = false;
+  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::act, conditions),
+            "Accessibility is off for Quarl on the Mac, so nothing was done.");
+  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::screen, conditions), std::nullopt);
+  conditions.screenRecording = false;
+  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::screen, conditions),
+            "Screen Recording is off for Quarl on the Mac, so nothing was done.");
+  conditions = allGranted();
+  conditions.postEvent = false;
+  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::act, conditions),
+            "Quarl needs to be restarted on the Mac before it can click or type, so nothing was done.");
+
+  conditions = allGranted();
+  conditions.switchOn = false;
+  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::files, conditions),
+            "This Mac could not be operated when the step arrived (switched off, locked, or a permission removed), so "
+            "nothing was done.");
+  EXPECT_FALSE(OperatorSession::mayPoll(conditions));
+  EXPECT_TRUE(OperatorSession::mayPoll(allGranted()));
+}
+
+}  // namespace
+}  // namespace quarl
