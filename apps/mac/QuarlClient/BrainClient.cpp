@@ -175,6 +175,7 @@ namespace {
 // Bodies are built outside the coroutines: GCC 12 miscompiles some initialiser lists inside them.
 json::object claimBody(int limit) { return json::object{{"limit", limit}}; }
 json::object uploadBody(const std::string& bytes) { return json::object{{"dataBase64", base64Encode(bytes)}}; }
+json::object stoppedBody(std::string by) { return json::object{{"by", std::move(by)}}; }
 json::object eventsBody(std::string channelId, json::array events) {
   return json::object{{"channelId", std::move(channelId)}, {"events", std::move(events)}};
 }
@@ -235,6 +236,27 @@ asio::awaitable<BrainClient::Result<BrainClient::RawAnswer>> BrainClient::operat
   std::optional<std::string> contentType = std::string("application/octet-stream");
   co_return co_await send(QuarlEndpoint::operatorFileChunk(stepId), std::move(bytes), std::move(contentType),
                           std::move(headers));
+}
+
+asio::awaitable<BrainClient::Result<OperatorNextAnswer>> BrainClient::nextOperatorStep(
+    std::int64_t wait, std::optional<std::string> holding, std::vector<std::string> can) {
+  auto body = nextOperatorStepBody(wait, holding, can);
+  co_return co_await call<OperatorNextAnswer>(QuarlEndpoint::nextOperatorStep(), std::move(body));
+}
+
+asio::awaitable<BrainClient::Result<bool>> BrainClient::postOperatorResult(std::string stepId, json::object result) {
+  auto answer = co_await call(QuarlEndpoint::postOperatorResult(stepId), std::move(result));
+  if (!answer) co_return answer.error();
+  const auto* accepted = answer->is_object() ? answer->as_object().if_contains("accepted") : nullptr;
+  if (!accepted || !accepted->is_bool()) co_return Failure::decoding("the answer to a step's outcome has no \"accepted\"");
+  co_return accepted->get_bool();
+}
+
+asio::awaitable<int> BrainClient::reportRunStopped(std::string runId, std::string by) {
+  auto body = stoppedBody(std::move(by));
+  std::optional<std::string> contentType = std::string(jsonContentType);
+  auto answer = co_await send(QuarlEndpoint::postRunStopped(runId), json::serialize(body), std::move(contentType), {});
+  co_return answer ? answer->status : 0;
 }
 
 asio::awaitable<BrainClient::Result<std::string>> BrainClient::usableAccessToken() {

@@ -19,6 +19,7 @@
 #include "Endpoints.h"
 #include "Heartbeat.h"
 #include "HttpTransport.h"
+#include "OperatorRecords.h"
 #include "RelayRecords.h"
 
 namespace quarl {
@@ -86,6 +87,15 @@ class BrainClient {
   // One chunk of that file, at `offset` of `total` bytes whose SHA-256 (hex) is `sha256`.
   boost::asio::awaitable<Result<RawAnswer>> operatorFileChunk(std::string stepId, std::int64_t offset,
                                                               std::int64_t total, std::string sha256, std::string bytes);
+
+  // The next operator step, held by the service up to `wait` seconds.
+  boost::asio::awaitable<Result<OperatorNextAnswer>> nextOperatorStep(std::int64_t wait,
+                                                                      std::optional<std::string> holding,
+                                                                      std::vector<std::string> can);
+  // A step's outcome; true when the service accepted it.
+  boost::asio::awaitable<Result<bool>> postOperatorResult(std::string stepId, boost::json::object result);
+  // Who ended a run, for the service; the HTTP status, or 0 when no answer came.
+  boost::asio::awaitable<int> reportRunStopped(std::string runId, std::string by);
 
   // An access token with more than 60 s of life left, renewing first if needed.
   boost::asio::awaitable<Result<std::string>> usableAccessToken();

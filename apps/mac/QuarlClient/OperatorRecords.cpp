@@ -1,0 +1,33 @@
+#include "OperatorRecords.h"
+
+#include "JsonFields.h"
+
+namespace quarl {
+namespace json = boost::json;
+
+json::object nextOperatorStepBody(std::int64_t wait, const std::optional<std::string>& holding,
+                                  const std::vector<std::string>& can) {
+  json::array classes;
+  for (const auto& name : can) classes.emplace_back(name);
+  json::object body{{"wait", wait}, {"can", std::move(classes)}};
+  if (holding) body["holding"] = *holding;
+  return body;
+}
+
+OperatorNextAnswer tag_invoke(json::value_to_tag<OperatorNextAnswer>, const json::value& value) {
+  const auto& object = value.as_object();
+  OperatorNextAnswer answer;
+  answer.kind = json::value_to<std::string>(object.at("kind"));
+  answer.runId = optionalMember<std::string>(object, "runId");
+  if (const auto* step = object.if_contains("step"); step && !step->is_null()) answer.step = step->as_object();
+  if (const auto* permit = object.if_contains("permit"); permit && !permit->is_null()) answer.permit = *permit;
+  answer.stepId = optionalMember<std::string>(object, "stepId");
+  answer.ordinal = optionalMember<std::int64_t>(object, "ordinal");
+  answer.liveRunId = optionalMember<std::string>(object, "liveRunId");
+  answer.answerWithinMs = optionalMember<std::int64_t>(object, "answerWithinMs");
+  answer.reason = optionalMember<std::string>(object, "reason");
+  if (const auto* pressed = object.if_contains("pressed"); pressed && !pressed->is_null()) answer.pressed = *pressed;
+  return answer;
+}
+
+}  // namespace quarl
