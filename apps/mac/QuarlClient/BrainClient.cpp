@@ -225,7 +225,9 @@ asio::awaitable<BrainClient::Result<void>> BrainClient::postMessageEvents(std::s
 }
 
 asio::awaitable<BrainClient::Result<BrainClient::RawAnswer>> BrainClient::operatorFileState(std::string stepId) {
-  co_return co_await send(QuarlEndpoint::operatorFileState(stepId), std::nullopt, std::nullopt, {});
+  // Arguments are named locals: GCC 12 mishandles temporaries built inside a co_await.
+  HttpHeaders none;
+  co_return co_await send(QuarlEndpoint::operatorFileState(stepId), std::nullopt, std::nullopt, std::move(none));
 }
 
 asio::awaitable<BrainClient::Result<BrainClient::RawAnswer>> BrainClient::operatorFileChunk(
@@ -255,7 +257,9 @@ asio::awaitable<BrainClient::Result<bool>> BrainClient::postOperatorResult(std::
 asio::awaitable<int> BrainClient::reportRunStopped(std::string runId, std::string by) {
   auto body = stoppedBody(std::move(by));
   std::optional<std::string> contentType = std::string(jsonContentType);
-  auto answer = co_await send(QuarlEndpoint::postRunStopped(runId), json::serialize(body), std::move(contentType), {});
+  HttpHeaders none;
+  auto text = json::serialize(body);
+  auto answer = co_await send(QuarlEndpoint::postRunStopped(runId), std::move(text), std::move(contentType), std::move(none));
   co_return answer ? answer->status : 0;
 }
 
