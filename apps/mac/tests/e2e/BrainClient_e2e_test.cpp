@@ -282,5 +282,29 @@ TEST_F(BrainClientAgainstDevBrain, IngestEventsAndRelayJobsKeepTheWireRules) {
   EXPECT_TRUE(run(brain->claimJobs(5))->empty());
 }
 
+TEST_F(BrainClientAgainstDevBrain, OperatorAndFileCallsAreSignedAndReachTheirPaths) {
+  auto brain = client(newDevice());
+  // devbrain does not serve the operator yet: each call must still arrive, signed, where it belongs.
+  EXPECT_EQ(run(brain->reportRunStopped("run-1", "menu")), 404);
+  const auto next = run(brain->nextOperatorStep(25, std::string("run-1"), {"files"}));
+  ASSERT_FALSE(next);
+  EXPECT_EQ(next.error().asHttp()->status, 404);
+  EXPECT_FALSE(run(brain->postOperatorResult("step-1", json::object{{"outcome", "failed"}, {"reason", "x"}})));
+  EXPECT_EQ(run(brain->operatorFileState("step-1"))->status, 404);
+  EXPECT_EQ(run(brain->operatorFileChunk("step-1", 0, 3, "abc", "xyz"))->status, 404);
+  const auto requests = admin_.requests();
+  std::vector<std::string> paths;
+  for (const auto& request : requests) paths.emplace_back(request.at("path").as_string());
+  EXPECT_EQ(paths, (std::vector<std::string>{"/v1/mac/operator/runs/run-1/stopped", "/v1/mac/operator/next",
+                                             "/v1/mac/operator/steps/step-1/result", "/v1/mac/operator/steps/step-1/file",
+                                             "/v1/mac/operator/steps/step-1/file"}));
+  EXPECT_EQ(json::parse(requests[0].at("body").as_string()), (json::object{{"by", "menu"}}));
+  EXPECT_EQ(json::parse(requests[1].at("body").as_string()),
+            (json::object{{"wait", 25}, {"can", json::array{"files"}}, {"holding", "run-1"}}));
+  EXPECT_EQ(requests[4].at("headers").at("x-quarl-offset"), "0");
+  EXPECT_EQ(requests[4].at("headers").at("x-quarl-sha256"), "abc");
+  EXPECT_EQ(requests[4].at("body"), "xyz");
+}
+
 }  // namespace
 }  // namespace quarl
