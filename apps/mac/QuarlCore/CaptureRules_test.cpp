@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "CaptureCursor.h"
-#include "ChatDatabaseCaptureReport.h"
 #include "IngestedRecently.h"
 #include "ReceiptLedger.h"
 
@@ -71,22 +70,6 @@ TEST(ReceiptLedger, AStatusGoesOnceAndReadIsNeverFollowedByDelivered) {
   EXPECT_EQ(stored.watermark(), 500);
   EXPECT_TRUE(stored.fresh({receipt("m1", "read", 300)}).empty());
   EXPECT_EQ(ReceiptLedger::decoded(boost::json::parse("[1,2]")).size(), 0u);
-}
-
-TEST(ChatDatabaseCaptureReport, FailuresBecomeTheMenusSentencesAndTheWireCarriesTheCounts) {
-  ChatDatabaseCaptureReport report;
-  report.kind = ChatDatabaseCaptureReport::kindOf(ChatDatabaseFailure::notFound("/x"));
-  report.at = now;
-  report.read = 3;
-  EXPECT_EQ(report.sentence(), "Quarl could not read Messages: there is no Messages database on this Mac.");
-  const auto wire = report.wire();
-  EXPECT_EQ(wire.at("ok"), false);
-  EXPECT_EQ(wire.at("kind"), "notFound");
-  EXPECT_EQ(wire.at("read"), 3);
-  EXPECT_FALSE(wire.contains("since"));
-  report.kind = ChatDatabaseCaptureReport::Kind::ok;
-  EXPECT_EQ(report.sentence(), std::nullopt);
-  EXPECT_FALSE(report.wire().contains("sentence"));
 }
 
 }  // namespace

@@ -240,23 +240,12 @@ TEST_F(ChatDatabaseTest, ACorruptOrTruncatedFileIsAFailureNeverACrash) {
   EXPECT_EQ(database().replyAddress("+1").error().kind(), Kind::query);
 
   std::filesystem::remove(storePath());
-  {
-    MessagesStore store(storePath());
-    const auto chat = store.chat("+1555", "iMessage");
-    for (int i = 0; i < 200; ++i) {
-      store.message({.guid = "m" + std::to_string(i), .chat = chat, .text = std::string(500, 'x'),
-                     .date = appleNanoseconds(now + std::chrono::seconds(i + 1))});
-    }
-    store.checkpoint();
-  }
+  { MessagesStore store(storePath()); }
   std::filesystem::remove(storePath() + "-wal");
-  std::filesystem::resize_file(storePath(), std::filesystem::file_size(storePath()) / 3);
-  const auto truncated = database().messages(now, 1000);
-  if (truncated) {
-    EXPECT_LT(truncated->messages.size(), 200u);
-  } else {
-    EXPECT_EQ(truncated.error().kind(), Kind::query) << truncated.error().description();
-  }
+  std::filesystem::resize_file(storePath(), std::filesystem::file_size(storePath()) / 2);
+  const auto truncated = database().messages(now, 10);
+  ASSERT_FALSE(truncated) << "a file cut short";
+  EXPECT_EQ(truncated.error().kind(), Kind::query) << truncated.error().description();
   EXPECT_EQ(leftoverSnapshots(), 0u);
 
   if (::geteuid() != 0) {  // permissions mean nothing to root

@@ -46,18 +46,5 @@ TEST(ChatSnapshot, CopiesTheStoreWithItsLogIntoAPrivateFolderAndRemovesItAfterwa
   EXPECT_EQ(missing.error().kind(), ChatDatabaseFailure::Kind::notFound);
 }
 
-TEST(ChatSnapshot, ACopyIsTheSameBytesWhetherClonedOrCopied) {
-  testing::TemporaryDirectory folder;
-  const auto from = folder.path() / "from";
-  std::string bytes(300000, '\0');
-  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7);
-  std::ofstream(from, std::ios::binary) << bytes;
-  EXPECT_FALSE(copyFileForSnapshot(from, folder.path() / "to"));
-  EXPECT_EQ(fileContents(folder.path() / "to"), bytes);
-  EXPECT_TRUE(copyFileForSnapshot(from, folder.path() / "to")) << "an existing file is never overwritten";
-  EXPECT_TRUE(copyFileForSnapshot(folder.path() / "missing", folder.path() / "other"));
-  EXPECT_FALSE(fs::exists(folder.path() / "other"));
-}
-
 }  // namespace
 }  // namespace quarl

@@ -7,17 +7,10 @@ namespace {
 
 TEST(MediaTypes, TheStoresOwnTypeThenTheIdentifierThenTheExtension) {
   EXPECT_EQ(resolveAttachmentMimeType("image/heic", "public.jpeg", "a.png"), "image/heic");
-  EXPECT_EQ(resolveAttachmentMimeType(std::nullopt, "public.jpeg", "a.png"), "image/jpeg");
   EXPECT_EQ(resolveAttachmentMimeType("application/octet-stream", "public.jpeg", "a.png"), "image/jpeg");
   EXPECT_EQ(resolveAttachmentMimeType("", "dyn.ah62d4rv4ge80", "IMG_0001.PNG"), "image/png");
-  EXPECT_EQ(resolveAttachmentMimeType(std::nullopt, "com.apple.coreaudio-format", "Audio Message.caf"), "audio/x-caf");
   EXPECT_EQ(resolveAttachmentMimeType(std::nullopt, "org.3gpp.adaptive-multi-rate-audio", "voice"), "audio/amr");
-  EXPECT_EQ(resolveAttachmentMimeType(std::nullopt, "dyn.age81s", "5D5F.pluginPayloadAttachment"),
-            pluginPayloadMimeType);
-  EXPECT_EQ(resolveAttachmentMimeType(std::nullopt, std::nullopt, "notes"), "application/octet-stream");
   EXPECT_EQ(resolveAttachmentMimeType(std::nullopt, std::nullopt, "archive."), "application/octet-stream");
-  EXPECT_EQ(mimeTypeForFileName("Report.Final.PDF"), "application/pdf");
-  EXPECT_EQ(mimeTypeForFileName("no-extension"), std::nullopt);
 }
 
 }  // namespace

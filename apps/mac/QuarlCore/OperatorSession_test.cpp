@@ -42,40 +42,25 @@ TEST(OperatorSession, StoppedRunsStayStoppedAndEachStepIsAdmittedOrToldWhyNot) {
 }
 
 TEST(OperatorSession, ClassesAreReadyOrRefusedByWhatTheyNeed) {
+  using NotReady = OperatorSession::NotReady;
   auto conditions = allGranted();
   EXPECT_EQ(OperatorSession::can(conditions), (std::vector<std::string>{"files", "screen", "act", "consequential"}));
-
   conditions.unlockedAtScreen = false;
   EXPECT_EQ(OperatorSession::can(conditions), std::vector<std::string>{"files"}) << "a locked Mac still finds files";
-  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::screen, conditions),
-            "The Mac is locked, so Quarl did not look, click or type. It can still find and read files.");
 
   conditions = allGranted();
   conditions.displayAsleep = true;
-  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::act, conditions),
-            "The Mac's display is asleep, so Quarl did not look, click or type. Turn on “Keep my Mac awake while Quarl "
-            "works” in the Quarl menu to let it wake the display.");
+  EXPECT_EQ(OperatorSession::blockers(MacCapabilityClass::act, conditions), std::vector<NotReady>{NotReady::displayAsleep});
   conditions.keepAwake = true;
-  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::act, conditions), std::nullopt);
+  EXPECT_TRUE(OperatorSession::blockers(MacCapabilityClass::act, conditions).empty()) << "the link wakes the display";
 
   conditions = allGranted();
   conditions.accessibility = false;
-  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::act, conditions),
-            "Accessibility is off for Quarl on the Mac, so nothing was done.");
-  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::screen, conditions), std::nullopt);
   conditions.screenRecording = false;
-  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::screen, conditions),
-            "Screen Recording is off for Quarl on the Mac, so nothing was done.");
-  conditions = allGranted();
-  conditions.postEvent = false;
-  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::act, conditions),
-            "Quarl needs to be restarted on the Mac before it can click or type, so nothing was done.");
-
-  conditions = allGranted();
+  EXPECT_TRUE(OperatorSession::blockers(MacCapabilityClass::files, conditions).empty());
+  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::unadvertised, conditions),
+            "Accessibility and Screen Recording are off for Quarl on the Mac, so nothing was done.");
   conditions.switchOn = false;
-  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::files, conditions),
-            "This Mac could not be operated when the step arrived (switched off, locked, or a permission removed), so "
-            "nothing was done.");
   EXPECT_FALSE(OperatorSession::mayPoll(conditions));
   EXPECT_TRUE(OperatorSession::mayPoll(allGranted()));
 }

@@ -199,18 +199,6 @@ TEST_F(BrainClientAgainstDevBrain, RefusalsAndUnreachableServicesBecomeSentences
   EXPECT_EQ(admin_.requests().size(), 4u);
 }
 
-TEST_F(BrainClientAgainstDevBrain, AHeartbeatLearnsTheIdsOfConnectedChannelsOnly) {
-  admin_.post("/admin/settings", {{"connectedChannels", json::array{"imessage"}}});
-  auto brain = client(newDevice());
-  HeartbeatReport report;
-  report.channels = {"imessage", "sms"};
-  report.blockedReason = std::string(200, 'x');
-  const auto answer = run(brain->heartbeat(report));
-  ASSERT_TRUE(answer) << answer.error().description();
-  EXPECT_EQ(answer->channelIds, (std::map<std::string, std::string>{{"imessage", "ch-imessage"}}));
-  EXPECT_EQ(answer->unmatched, (std::vector<std::string>{"sms"}));
-}
-
 TEST_F(BrainClientAgainstDevBrain, AUsableTokenIsKeptAndAnExpiringOneRenewedFirst) {
   auto lasting = client(newDevice(900));
   const auto kept = run(lasting->usableAccessToken());
@@ -225,33 +213,9 @@ TEST_F(BrainClientAgainstDevBrain, AUsableTokenIsKeptAndAnExpiringOneRenewedFirs
   EXPECT_EQ(admin_.refreshExchanges(), 1);
 }
 
-TEST_F(BrainClientAgainstDevBrain, IngestEventsAndRelayJobsKeepTheWireRules) {
+// Ingest, uploads and message events are checked through the capture, end to end.
+TEST_F(BrainClientAgainstDevBrain, RelayJobsKeepTheWireRules) {
   auto brain = client(newDevice());
-  IngestMessage message{.channelId = "ch-imessage",
-                        .externalThreadId = "+15550001",
-                        .externalMessageId = "GUID-1",
-                        .direction = "inbound",
-                        .body = "hello",
-                        .sentAt = clock_->now(),
-                        .senderIdentifier = "+15550001",
-                        .senderIdentifierKind = "phone",
-                        .threadKind = "direct",
-                        .attachments = {{"ATT-1", "a.heic", "image/heic", 5}}};
-  const auto decisions = run(brain->ingest(message));
-  ASSERT_TRUE(decisions) << decisions.error().description();
-  ASSERT_EQ(decisions->size(), 1u);
-  EXPECT_EQ(decisions->at(0).id, "ATT-1");
-  EXPECT_TRUE(decisions->at(0).wantBytes);
-  ASSERT_TRUE(run(brain->uploadInboundAttachment("ATT-1", "bytes")));
-  EXPECT_EQ(admin_.get("/admin/uploads").at("ATT-1").at("dataBase64").as_string(), base64Encode("bytes"));
-  const auto unknown = run(brain->uploadInboundAttachment("ATT-9", "x"));
-  ASSERT_FALSE(unknown);
-  EXPECT_EQ(unknown.error().asHttp()->message, "No such attachment on this account.");
-
-  json::array events{json::object{{"kind", "status"}, {"status", "read"}, {"messageExternalId", "GUID-0"}}};
-  ASSERT_TRUE(run(brain->postMessageEvents("ch-imessage", events)));
-  EXPECT_EQ(admin_.get("/admin/events").as_array().at(0).at("channelId"), "ch-imessage");
-
   admin_.post("/admin/jobs", {{"channelKind", "imessage"},
                               {"conversationRef", "+15550001"},
                               {"body", "on my way"},

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "../support/DevBrainAdmin.h"
+#include "../support/HostHome.h"
 #include "../support/FileContents.h"
 #include "../support/MessagesStore.h"
 #include "../support/TemporaryDirectory.h"
@@ -27,16 +28,12 @@ using ::testing::HasSubstr;
 // quarl-companion as a real process in a temporary HOME, pointed at a real devbrain.
 class HostAgainstDevBrain : public ::testing::Test {
  protected:
-  HostAgainstDevBrain() : admin_(brain_), config_(home_.path() / ".config" / "quarl") {
-    fs::create_directories(config_);
-    std::ofstream(config_ / "defaults.json") << json::serialize(json::object{{"QuarlApiURL", brain_.baseURL()}});
+  HostAgainstDevBrain() : admin_(brain_), home_(brain_), config_(home_.config()) {
     admin_.post("/admin/settings", {{"pairingIntervalSeconds", 0}});
   }
 
   bp::child startHost(bp::ipstream& errors) {
-    return bp::child(QUARL_COMPANION_PATH, "--once", bp::env["HOME"] = home_.path().string(),
-                     bp::env["XDG_CONFIG_HOME"] = (home_.path() / ".config").string(), bp::std_out > bp::null,
-                     bp::std_err > errors);
+    return bp::child(QUARL_COMPANION_PATH, "--once", home_.environment(), bp::std_out > bp::null, bp::std_err > errors);
   }
 
   // Waits until the host has polled its pending pairing, so that the decision comes after.
@@ -63,7 +60,7 @@ class HostAgainstDevBrain : public ::testing::Test {
 
   testing::DevBrainProcess brain_;
   testing::DevBrainAdmin admin_;
-  testing::TemporaryDirectory home_;
+  testing::HostHome home_;
   fs::path config_;
   int pollsBefore_ = 0;
 };
@@ -125,8 +122,7 @@ TEST_F(HostAgainstDevBrain, PairingsThatEndWithoutASessionStoreNothing) {
 }
 
 TEST_F(HostAgainstDevBrain, AMessagesStoreInItsPlaceIsReadAndItsChannelsOffered) {
-  const auto messages = home_.path() / "Library" / "Messages";
-  fs::create_directories(messages);
+  const auto messages = home_.messages();
   {
     testing::MessagesStore store(messages / "chat.db");
     store.message({.guid = "m1", .chat = store.chat("+1555", "iMessage"), .text = "hi", .date = 1});
