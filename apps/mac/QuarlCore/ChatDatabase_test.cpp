@@ -392,7 +392,6 @@ TEST(ChatDatabaseRules, ServicesTapbacksAndTargets) {
   EXPECT_FALSE(ChatDatabase::filesAsSMS("iMessage"));
   EXPECT_FALSE(ChatDatabase::filesAsSMS("IMESSAGE"));
   EXPECT_TRUE(ChatDatabase::filesAsSMS("SMS"));
-  EXPECT_TRUE(ChatDatabase::filesAsSMS("RCS"));
   EXPECT_TRUE(ChatDatabase::filesAsSMS(std::nullopt));
 
   using Meaning = ChatDatabase::TapbackMeaning;
