@@ -329,6 +329,29 @@ std::string trimmed(std::string_view text) {
   return std::string(text);
 }
 
+// One readout from a fresh snapshot: unavailable when `message` lacks a column in `wanted`;
+// otherwise the statement `sql` makes from the message columns, bound by `bind`, with each row
+// mapped by `rowFrom`. A statement that cannot be prepared fails with `prefix` and SQLite's words.
+template <class Row, class Sql, class Bind, class RowFrom>
+ChatDatabase::Result<ChatDatabase::Readout<Row>> readRows(const std::string& path,
+                                                          const std::vector<std::string_view>& wanted,
+                                                          std::string_view clause, std::string_view prefix, Sql sql,
+                                                          Bind bind, RowFrom rowFrom) {
+  auto snapshot = ChatSnapshot::take(path);
+  if (!snapshot) return snapshot.error();
+  auto& connection = (*snapshot)->connection();
+  auto messageColumns = columnsOf(connection, "message");
+  if (!messageColumns) return messageColumns.error();
+  ChatDatabase::Readout<Row> readout;
+  readout.unavailableReason = unavailableBecause(*messageColumns, wanted, clause);
+  if (readout.unavailableReason) return readout;
+  auto statement = connection.prepare(sql(*messageColumns));
+  if (!statement) return Failure::query(std::string(prefix) + statement.error());
+  bind(*statement);
+  while (statement->step()) readout.rows.push_back(rowFrom(*statement));
+  return readout;
+}
+
 }  // namespace
 
 std::string ChatDatabase::defaultPath() {
@@ -393,91 +416,63 @@ ChatDatabase::Result<ChatDatabase::MessageBatch> readMessages(SqliteConnection& 
 
 ChatDatabase::Result<ChatDatabase::TapbackReadout> ChatDatabase::tapbacks(std::int64_t afterRowId, SystemTime since,
                                                                           int limit) const {
-  auto snapshot = ChatSnapshot::take(path);
-  if (!snapshot) return snapshot.error();
-  auto& connection = (*snapshot)->connection();
-  auto messageColumns = columnsOf(connection, "message");
-  if (!messageColumns) return messageColumns.error();
-  TapbackReadout readout;
-  readout.unavailableReason = unavailableBecause(*messageColumns, tapbackRequired, "so tapbacks cannot be read from it");
-  if (readout.unavailableReason) return readout;
-
-  auto statement = connection.prepare(tapbacksSql(has(*messageColumns, "associated_message_emoji")));
-  if (!statement) return Failure::query("reading tapbacks: " + statement.error());
-  statement->bind(1, afterRowId);
-  statement->bind(2, appleSeconds(since));
-  statement->bind(3, static_cast<std::int64_t>(limit));
-  while (statement->step()) {
-    Tapback tapback;
-    tapback.rowId = statement->integer(0);
-    tapback.type = statement->integer(1);
-    tapback.targetGuid = targetGuid(storeText(statement->text(2))).value_or("");
-    tapback.fromMe = statement->integer(3) == 1;
-    tapback.reactorKey = tapback.fromMe ? std::string(ownReactorKey) : storeText(statement->text(4));
-    tapback.date = appleTimeToDate(statement->integer(5));
-    tapback.isSMS = filesAsSMS(statement->text(6));
-    if (auto emoji = statement->text(7)) tapback.emoji = repairedUtf8(*emoji);
-    readout.rows.push_back(std::move(tapback));
-  }
-  return readout;
+  return readRows<Tapback>(
+      path, tapbackRequired, "so tapbacks cannot be read from it", "reading tapbacks: ",
+      [](const Columns& columns) { return tapbacksSql(has(columns, "associated_message_emoji")); },
+      [&](SqliteStatement& statement) {
+        statement.bind(1, afterRowId);
+        statement.bind(2, appleSeconds(since));
+        statement.bind(3, static_cast<std::int64_t>(limit));
+      },
+      [](const SqliteStatement& row) {
+        Tapback tapback;
+        tapback.rowId = row.integer(0);
+        tapback.type = row.integer(1);
+        tapback.targetGuid = targetGuid(storeText(row.text(2))).value_or("");
+        tapback.fromMe = row.integer(3) == 1;
+        tapback.reactorKey = tapback.fromMe ? std::string(ownReactorKey) : storeText(row.text(4));
+        tapback.date = appleTimeToDate(row.integer(5));
+        tapback.isSMS = filesAsSMS(row.text(6));
+        if (auto emoji = row.text(7)) tapback.emoji = repairedUtf8(*emoji);
+        return tapback;
+      });
 }
 
 ChatDatabase::Result<ChatDatabase::ReceiptReadout> ChatDatabase::receipts(std::int64_t changedAfter,
                                                                           SystemTime sentSince, int limit) const {
-  auto snapshot = ChatSnapshot::take(path);
-  if (!snapshot) return snapshot.error();
-  auto& connection = (*snapshot)->connection();
-  auto messageColumns = columnsOf(connection, "message");
-  if (!messageColumns) return messageColumns.error();
-  ReceiptReadout readout;
-  readout.unavailableReason =
-      unavailableBecause(*messageColumns, receiptRequired, "so delivery and read receipts cannot be read from it");
-  if (readout.unavailableReason) return readout;
-
-  auto statement = connection.prepare(receiptsSql(has(*messageColumns, "associated_message_type")));
-  if (!statement) return Failure::query("reading receipts: " + statement.error());
-  statement->bind(1, changedAfter);
-  statement->bind(2, appleSeconds(sentSince));
-  statement->bind(3, static_cast<std::int64_t>(limit));
-  while (statement->step()) {
-    const auto readAt = statement->integer(1);
-    const auto deliveredAt = statement->integer(2);
-    Receipt receipt;
-    receipt.guid = storeText(statement->text(0));
-    receipt.status = readAt > 0 ? "read" : "delivered";
-    receipt.at = appleTimeToDate(readAt > 0 ? readAt : deliveredAt);
-    receipt.changedAt = std::max(readAt, deliveredAt);
-    receipt.isSMS = filesAsSMS(statement->text(3));
-    readout.rows.push_back(std::move(receipt));
-  }
-  return readout;
+  return readRows<Receipt>(
+      path, receiptRequired, "so delivery and read receipts cannot be read from it", "reading receipts: ",
+      [](const Columns& columns) { return receiptsSql(has(columns, "associated_message_type")); },
+      [&](SqliteStatement& statement) {
+        statement.bind(1, changedAfter);
+        statement.bind(2, appleSeconds(sentSince));
+        statement.bind(3, static_cast<std::int64_t>(limit));
+      },
+      [](const SqliteStatement& row) {
+        const auto readAt = row.integer(1);
+        const auto deliveredAt = row.integer(2);
+        Receipt receipt;
+        receipt.guid = storeText(row.text(0));
+        receipt.status = readAt > 0 ? "read" : "delivered";
+        receipt.at = appleTimeToDate(readAt > 0 ? readAt : deliveredAt);
+        receipt.changedAt = std::max(readAt, deliveredAt);
+        receipt.isSMS = filesAsSMS(row.text(3));
+        return receipt;
+      });
 }
 
 ChatDatabase::Result<ChatDatabase::DeliveryReadout> ChatDatabase::outboundSends(SystemTime at, int limit) const {
-  auto snapshot = ChatSnapshot::take(path);
-  if (!snapshot) return snapshot.error();
-  auto& connection = (*snapshot)->connection();
-  auto messageColumns = columnsOf(connection, "message");
-  if (!messageColumns) return messageColumns.error();
-  DeliveryReadout readout;
-  readout.unavailableReason = unavailableBecause(*messageColumns, deliveryRequired,
-                                                 "so whether a send was refused cannot be read from it");
-  if (readout.unavailableReason) return readout;
-
-  auto statement = connection.prepare(outboundSendsSql());
-  if (!statement) return Failure::query(statement.error());
-  statement->bind(1, appleSeconds(at));
-  statement->bind(2, static_cast<std::int64_t>(limit));
-  while (statement->step()) {
-    SendRecord record;
-    record.guid = storeText(statement->text(0));
-    record.chatIdentifier = storeText(statement->text(1));
-    record.date = appleTimeToDate(statement->integer(2));
-    record.errorCode = statement->integer(3);
-    record.isSent = statement->integer(4) == 1;
-    readout.rows.push_back(std::move(record));
-  }
-  return readout;
+  return readRows<SendRecord>(
+      path, deliveryRequired, "so whether a send was refused cannot be read from it", "",
+      [](const Columns&) { return outboundSendsSql(); },
+      [&](SqliteStatement& statement) {
+        statement.bind(1, appleSeconds(at));
+        statement.bind(2, static_cast<std::int64_t>(limit));
+      },
+      [](const SqliteStatement& row) {
+        return SendRecord{storeText(row.text(0)), storeText(row.text(1)), appleTimeToDate(row.integer(2)),
+                          row.integer(3), row.integer(4) == 1};
+      });
 }
 
 ChatDatabase::Result<std::optional<std::string>> ChatDatabase::conversationGuid(std::string_view chatIdentifier) const {
