@@ -18,8 +18,8 @@ OperatorNextAnswer tag_invoke(json::value_to_tag<OperatorNextAnswer>, const json
   const auto& object = value.as_object();
   OperatorNextAnswer answer;
   answer.kind = json::value_to<std::string>(object.at("kind"));
-  answer.runId = optionalMember<std::string>(object, "runId");
-  if (const auto* step = object.if_contains("step"); step && !step->is_null()) answer.step = step->as_object();
+  answer.runId = textField(object, "runId");
+  if (const auto* step = object.if_contains("step"); step && !step->is_null()) answer.step = *step;
   if (const auto* permit = object.if_contains("permit"); permit && !permit->is_null()) answer.permit = *permit;
   answer.stepId = optionalMember<std::string>(object, "stepId");
   answer.ordinal = optionalMember<std::int64_t>(object, "ordinal");

@@ -11,11 +11,13 @@
 namespace quarl {
 
 // The answer to an operator poll: "step", "stop", or any other kind, which means nothing is to
-// be done now. The step and the permit stay JSON: the step is read strictly by the operator.
+// be done now. The step and the permit stay JSON: the step is read strictly by the operator,
+// which answers a step it cannot read, so a step or run id of the wrong kind is kept or left
+// out here rather than failing the whole answer and leaving the step unanswered.
 struct OperatorNextAnswer {
   std::string kind;
   std::optional<std::string> runId;
-  std::optional<boost::json::object> step;
+  std::optional<boost::json::value> step;
   std::optional<boost::json::value> permit;
   std::optional<std::string> stepId;
   std::optional<std::int64_t> ordinal;

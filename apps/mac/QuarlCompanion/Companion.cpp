@@ -3,6 +3,7 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <filesystem>
+#include <random>
 
 #include "PairingClient.h"
 #include "QuarlLog.h"
@@ -30,7 +31,9 @@ asio::awaitable<void> runWork(std::shared_ptr<Companion> self, Work work) {
 }  // namespace
 
 std::shared_ptr<Companion> Companion::create(CompanionParts parts) {
-  return std::shared_ptr<Companion>(new Companion(std::move(parts)));
+  auto companion = std::shared_ptr<Companion>(new Companion(std::move(parts)));
+  if (companion->parts_.operatorParts) companion->makeOperatorLink();
+  return companion;
 }
 
 Companion::Companion(CompanionParts parts)
@@ -40,6 +43,19 @@ Companion::Companion(CompanionParts parts)
       messagesRelay_(parts_.clock, parts_.messagesStore, sendLedger_) {
   messagesCapture_.setOwnSends(std::make_shared<LedgerOwnSends>(sendLedger_));
   loadCredentials();
+}
+
+void Companion::makeOperatorLink() {
+  auto random = std::make_shared<std::mt19937_64>(std::random_device{}());
+  // The link's providers hold the coordinator weakly: the coordinator owns the link.
+  const auto weak = weak_from_this();
+  operatorLink_ = OperatorLink::create(OperatorLinkParts{
+      parts_.executor, parts_.clock, parts_.defaults, *parts_.operatorParts,
+      [weak] {
+        auto self = weak.lock();
+        return self ? self->operatorCaps() : OperatorCaps{};
+      },
+      [random] { return std::uniform_real_distribution<double>(0.0, 1.0)(*random); }});
 }
 
 void Companion::loadCredentials() {
@@ -59,6 +75,33 @@ void Companion::start() {
   asio::co_spawn(parts_.executor, repeat(self, generation, liveInterval, liveWork), asio::detached);
   asio::co_spawn(parts_.executor, runWork(shared_from_this(), tickWork), asio::detached);
   watchStore();
+  if (operatorLink_) {
+    const auto weak = weak_from_this();
+    operatorLink_->start(
+        [weak]() -> std::shared_ptr<BrainClient> {
+          auto self = weak.lock();
+          return self ? self->client() : nullptr;
+        },
+        [weak] {
+          auto self = weak.lock();
+          return self && self->hasCredentials();
+        });
+  }
+}
+
+OperatorCaps Companion::operatorCaps() const {
+  auto caps = parts_.host->operatorCaps();
+  caps.switchOn = parts_.defaults->boolean(keys::operatorAllowed).value_or(false);
+  caps.keepAwake = parts_.defaults->boolean(keys::keepAwakeWhileWorking).value_or(false);
+  return caps;
+}
+
+std::optional<std::string> Companion::stopOperating() {
+  return operatorLink_ ? operatorLink_->stop(OperatorEndCode::menu) : std::nullopt;
+}
+
+asio::awaitable<void> Companion::finishOperating(std::chrono::milliseconds bound) {
+  if (operatorLink_) co_await operatorLink_->finish(bound);
 }
 
 void Companion::watchStore() {
@@ -201,6 +244,7 @@ asio::awaitable<void> Companion::heartbeat() {
   report.device = deviceFields();
   report.chatDb = chatDbFields();
   if (const auto& captured = messagesCapture_.report()) report.capture = captured->wire();
+  report.operatorCaps = operatorCaps().wire();
   const auto advertised = report.channels;
   auto answer = co_await brain->heartbeat(std::move(report));
   if (!answer) {
@@ -350,6 +394,7 @@ asio::awaitable<std::optional<std::string>> Companion::pair() {
       settings_.credentials = credentials;
       client_.reset();
       state_.signIn = SignIn::signedIn(credentials.deviceId);
+      if (operatorLink_) operatorLink_->wake();
       outcome = std::nullopt;
     }
     break;
@@ -370,6 +415,7 @@ void Companion::signOut() {
   settings_.credentials.reset();
   client_.reset();
   state_.signIn = SignIn::signedOut();
+  if (operatorLink_) operatorLink_->wake();  // a signed-out Mac ends its live run now
   QuarlLog::say("quarl: signed out — credentials forgotten, this Mac has stopped relaying");
 }
 

@@ -12,9 +12,10 @@
 #include "CompanionState.h"
 #include "MessagesCapture.h"
 #include "MessagesRelay.h"
+#include "OperatorLink.h"
 #include "platform/CompanionHost.h"
 #include "platform/Keychain.h"
-#include "platform/SettingsStore.h"
+#include "SettingsStore.h"
 #include "platform/StoreWatcher.h"
 
 namespace quarl {
@@ -30,6 +31,7 @@ struct CompanionParts {
   ClientIdentity identity;
   std::string messagesStore;  // the Messages store's path, ChatDatabase::defaultPath() on a Mac
   std::shared_ptr<StoreWatcher> storeWatcher = nullptr;  // none: the live pass runs on its timer only
+  std::optional<OperatorParts> operatorParts = std::nullopt;  // none: this host never operates the Mac
 };
 
 // The one long-lived object of the companion: it owns the settings and state, runs the three
@@ -47,7 +49,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
   // Loads the settings and the stored credentials.
   static std::shared_ptr<Companion> create(CompanionParts parts);
 
-  // Starts (or replaces) the three timers and runs one guarded tick at once.
+  // Starts (or replaces) the three timers, runs one guarded tick at once and starts the
+  // operator link.
   void start();
   // One tick, unless one is running; then exactly one more runs after it.
   boost::asio::awaitable<void> guardedTick();
@@ -65,6 +68,13 @@ class Companion : public std::enable_shared_from_this<Companion> {
   void storeChanged();
   bool hasCredentials() const { return settings_.credentials.has_value(); }
 
+  // What the operator may do now: the host's readings with the owner's switch and keep-awake.
+  OperatorCaps operatorCaps() const;
+  // The menu's "Stop operating this Mac": the run that was stopped, if one was live.
+  std::optional<std::string> stopOperating();
+  // Quitting: the live run ends with "quit", and its report gets up to `bound` to go out.
+  boost::asio::awaitable<void> finishOperating(std::chrono::milliseconds bound);
+
   const CompanionState& state() const { return state_; }
   const CompanionSettings& settings() const { return settings_; }
   // The user code of the pairing under way, for the sign-in page; none otherwise.
@@ -75,6 +85,7 @@ class Companion : public std::enable_shared_from_this<Companion> {
  private:
   explicit Companion(CompanionParts parts);
 
+  void makeOperatorLink();
   boost::asio::awaitable<void> runTick();
   boost::asio::awaitable<void> refreshPermissionsNow();
   void offerChannels();
@@ -102,6 +113,7 @@ class Companion : public std::enable_shared_from_this<Companion> {
   MessagesCapture messagesCapture_;
   MessagesRelay messagesRelay_;
   std::shared_ptr<BrainClient> client_;
+  std::shared_ptr<OperatorLink> operatorLink_;
   MessagesStoreReading storeReading_;
   std::optional<std::string> badgeLabel_;
   std::optional<std::string> pairingCode_;

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "Credentials.h"
-#include "platform/SettingsStore.h"
+#include "SettingsStore.h"
 
 namespace quarl {
 

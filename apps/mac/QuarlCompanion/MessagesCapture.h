@@ -13,7 +13,7 @@
 #include "ChatDatabaseCaptureReport.h"
 #include "IngestedRecently.h"
 #include "platform/CompanionHost.h"
-#include "platform/SettingsStore.h"
+#include "SettingsStore.h"
 
 namespace quarl {
 

@@ -15,6 +15,8 @@ inline constexpr std::string_view whatsappHostsSession = "QuarlWhatsappHostsSess
 inline constexpr std::string_view askedAboutLogin = "QuarlAskedAboutLogin";
 inline constexpr std::string_view installId = "QuarlInstallId";
 inline constexpr std::string_view keepAwakeWhileWorking = "QuarlKeepAwakeWhileWorking";
+// The owner's switch for operator mode: the service may operate this computer only while true.
+inline constexpr std::string_view operatorAllowed = "QuarlOperatorAllowed";
 // The Messages capture's place in the store, kept between launches.
 inline constexpr std::string_view captureCursor = "QuarlCaptureCursor";
 inline constexpr std::string_view tapbackRowId = "QuarlTapbackRowId";

@@ -8,6 +8,10 @@ namespace quarl {
 // "can" and no step asks for it yet.
 enum class MacCapabilityClass { files, screen, act, unadvertised, consequential };
 
+// The classes a Mac may advertise in "can", in the order it lists them.
+constexpr MacCapabilityClass advertisedClasses[] = {MacCapabilityClass::files, MacCapabilityClass::screen,
+                                                    MacCapabilityClass::act, MacCapabilityClass::consequential};
+
 // The class's name on the wire, as sent in "can".
 constexpr std::string_view wireName(MacCapabilityClass klass) {
   switch (klass) {

@@ -9,41 +9,58 @@ namespace {
 using NotReady = OperatorSession::NotReady;
 using Conditions = OperatorSession::Conditions;
 
-// What each class needs. Files need only the switch and a sign-in: finding and reading files
-// works on a locked Mac, and folder consent is asked for by the file steps themselves. Looking
-// needs Screen Recording and a Mac unlocked at its screen; acting needs Accessibility and
-// the right to post events. A sleeping display stops looking and acting unless the owner lets
-// Quarl keep the Mac awake, since then the link wakes it first.
+// What each class of step needs of the Mac: the one table behind "can", admission and the
+// readiness line. Files need a way into the owner's folders (Full Disk Access, or the folders
+// consented to one by one) but no screen, so a locked Mac still finds and reads files. Looking
+// needs Screen Recording; acting needs Accessibility and the right to post events; both need a
+// Mac unlocked at its screen. A sleeping display stops looking and acting unless the owner lets
+// Quarl keep the Mac awake, since then the link wakes the display first.
 struct Needs {
-  bool screenRecording = false;
-  bool accessibility = false;
-  bool postEvents = false;
-  bool unlocked = false;
-  bool awakeDisplay = false;
+  MacCapabilityClass klass;
+  bool fileAccess;
+  bool screenRecording;
+  bool accessibility;
+  bool postEvents;
+  bool unlocked;
+  bool awakeDisplay;
 };
 
-Needs needsOf(MacCapabilityClass klass) {
-  switch (klass) {
-    case MacCapabilityClass::files: return {};
-    case MacCapabilityClass::screen: return {true, false, false, true, true};
-    case MacCapabilityClass::act:
-    case MacCapabilityClass::consequential: return {false, true, true, true, true};
-    case MacCapabilityClass::unadvertised: return {true, true, true, true, true};
-  }
-  return {true, true, true, true, true};
-}
+constexpr Needs needsTable[] = {
+    //                                  files  screen  access  events  unlocked  awake
+    {MacCapabilityClass::files,         true,  false,  false,  false,  false,    false},
+    {MacCapabilityClass::screen,        false, true,   false,  false,  true,     true},
+    {MacCapabilityClass::act,           false, false,  true,   true,   true,     true},
+    {MacCapabilityClass::unadvertised,  true,  true,   true,   true,   true,     true},
+    {MacCapabilityClass::consequential, false, false,  true,   true,   true,     true},
+};
 
-constexpr MacCapabilityClass advertised[] = {MacCapabilityClass::files, MacCapabilityClass::screen,
-                                             MacCapabilityClass::act, MacCapabilityClass::consequential};
+const Needs& needsOf(MacCapabilityClass klass) {
+  return *std::find_if(std::begin(needsTable), std::end(needsTable), [klass](const Needs& row) { return row.klass == klass; });
+}
 
 bool has(const std::vector<NotReady>& reasons, NotReady reason) {
   return std::find(reasons.begin(), reasons.end(), reason) != reasons.end();
 }
 
+bool granted(CapabilityState state) { return state == CapabilityState::granted; }
+
 }  // namespace
 
+Conditions Conditions::from(const OperatorCaps& caps, bool signedIn) {
+  return {.switchOn = caps.switchOn,
+          .accessibility = granted(caps.accessibility),
+          .screenRecording = granted(caps.screenRecording) && !caps.osTooOld,
+          .signedIn = signedIn,
+          .unlockedAtScreen = granted(caps.unlockedAtScreen),
+          .postEvent = granted(caps.postEvents),
+          .fullDiskAccess = granted(caps.fullDiskAccess),
+          .folderConsent = caps.folderConsent,
+          .displayAsleep = caps.displaysAsleep,
+          .keepAwake = caps.keepAwake};
+}
+
 std::vector<NotReady> OperatorSession::blockers(MacCapabilityClass klass, const Conditions& c) {
-  const auto needs = needsOf(klass);
+  const auto& needs = needsOf(klass);
   std::vector<NotReady> reasons;
   if (!c.switchOn) reasons.push_back(NotReady::switchedOff);
   if (needs.accessibility && !c.accessibility) reasons.push_back(NotReady::noAccessibility);
@@ -51,6 +68,7 @@ std::vector<NotReady> OperatorSession::blockers(MacCapabilityClass klass, const 
   if (!c.signedIn) reasons.push_back(NotReady::signedOut);
   if (needs.unlocked && !c.unlockedAtScreen) reasons.push_back(NotReady::lockedOrAway);
   if (needs.postEvents && !c.postEvent) reasons.push_back(NotReady::cannotPostEvents);
+  if (needs.fileAccess && !c.fullDiskAccess && !c.folderConsent) reasons.push_back(NotReady::noFullDiskAccess);
   if (needs.awakeDisplay && c.displayAsleep && !c.keepAwake) reasons.push_back(NotReady::displayAsleep);
   return reasons;
 }
@@ -59,8 +77,7 @@ std::optional<std::string> OperatorSession::refusalSentence(MacCapabilityClass k
   const auto reasons = blockers(klass, conditions);
   if (reasons.empty()) return std::nullopt;
   if (has(reasons, NotReady::switchedOff) || has(reasons, NotReady::signedOut)) {
-    return "This Mac could not be operated when the step arrived (switched off, locked, or a permission removed), so "
-           "nothing was done.";
+    return std::string(notOperableSentence);
   }
   if (has(reasons, NotReady::lockedOrAway)) {
     return "The Mac is locked, so Quarl did not look, click or type. It can still find and read files.";
@@ -120,7 +137,7 @@ std::optional<std::string> OperatorSession::liveRunId() const {
 
 std::vector<std::string> OperatorSession::can(const Conditions& conditions) {
   std::vector<std::string> ready;
-  for (const auto klass : advertised) {
+  for (const auto klass : advertisedClasses) {
     if (blockers(klass, conditions).empty()) ready.emplace_back(wireName(klass));
   }
   return ready;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "MacCapabilityClass.h"
+#include "OperatorCaps.h"
 
 namespace quarl {
 
@@ -27,6 +28,8 @@ class OperatorSession {
     bool folderConsent = false;
     bool displayAsleep = false;
     bool keepAwake = false;
+
+    static Conditions from(const OperatorCaps& caps, bool signedIn);
   };
 
   enum class NotReady {
@@ -44,6 +47,10 @@ class OperatorSession {
   // table of what each class needs lives in the implementation.
   static std::vector<NotReady> blockers(MacCapabilityClass klass, const Conditions& conditions);
   static std::optional<std::string> refusalSentence(MacCapabilityClass klass, const Conditions& conditions);
+  // The refusal that means the Mac cannot be operated at all; a run that meets it ends.
+  static constexpr std::string_view notOperableSentence =
+      "This Mac could not be operated when the step arrived (switched off, locked, or a permission removed), so "
+      "nothing was done.";
 
   // True when `runId` became the live run; a stopped run is never begun again.
   bool begin(const std::string& runId);

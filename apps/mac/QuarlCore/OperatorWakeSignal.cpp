@@ -42,7 +42,11 @@ void OperatorWakeSignal::arm(std::chrono::milliseconds upTo, Waiter waiter) {
       waiter(true);
       return;
     }
-    earlier = std::move(waiter_);
+    // A waiter made room for is consumed like any other, so its timer cannot end the new wait.
+    if (waiter_) {
+      earlier = std::move(waiter_);
+      ++generation_;
+    }
     waiter_ = std::move(waiter);
     generation = generation_;
   }

@@ -6,6 +6,7 @@
 
 #include "ChannelOffer.h"
 #include "ChatDatabase.h"
+#include "OperatorCaps.h"
 
 namespace quarl {
 
@@ -35,6 +36,9 @@ class CompanionHost {
   virtual void setBadge(const std::optional<std::string>& label) = 0;
   // The Mac's hardware, as the heartbeat's device fields describe it.
   virtual std::string hardwareDescription() = 0;
+  // What the system lets the operator do now; the owner's switch and keep-awake choice are
+  // the coordinator's to fill in.
+  virtual OperatorCaps operatorCaps() = 0;
 };
 
 }  // namespace quarl

@@ -31,6 +31,7 @@ class FakeCompanionHost final : public CompanionHost {
   void showPairingCode(const std::string& userCode, const std::string&) override { shownCodes.push_back(userCode); }
   void setBadge(const std::optional<std::string>& label) override { badges.push_back(label); }
   std::string hardwareDescription() override { return "test machine"; }
+  OperatorCaps operatorCaps() override { return caps; }
 
   MessagesStoreReading reading;
   std::map<std::string, std::string> contacts;
@@ -39,6 +40,7 @@ class FakeCompanionHost final : public CompanionHost {
   int storeReads = 0;
   std::vector<std::string> shownCodes;
   std::vector<std::optional<std::string>> badges;
+  OperatorCaps caps;
 
  private:
   std::shared_ptr<const Clock> clock_;

@@ -2,7 +2,7 @@
 
 #include <boost/json/object.hpp>
 
-#include "platform/SettingsStore.h"
+#include "SettingsStore.h"
 
 namespace quarl::testing {
 

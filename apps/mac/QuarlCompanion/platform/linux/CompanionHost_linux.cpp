@@ -35,4 +35,17 @@ std::string LinuxCompanionHost::hardwareDescription() {
   return std::string(system.machine) + " Linux computer";
 }
 
+// A headless Linux computer has no accessibility tree, screenshots or input events to offer,
+// and nothing like Full Disk Access stands between the owner's processes and their files.
+// Whether a screen is unlocked cannot be told here at all.
+OperatorCaps LinuxCompanionHost::operatorCaps() {
+  OperatorCaps caps;
+  caps.accessibility = CapabilityState::off;
+  caps.screenRecording = CapabilityState::off;
+  caps.postEvents = CapabilityState::off;
+  caps.fullDiskAccess = CapabilityState::granted;
+  caps.unlockedAtScreen = CapabilityState::unknown;
+  return caps;
+}
+
 }  // namespace quarl

@@ -14,6 +14,7 @@ class LinuxCompanionHost final : public CompanionHost {
   void showPairingCode(const std::string& userCode, const std::string& verificationUrl) override;
   void setBadge(const std::optional<std::string>& label) override;
   std::string hardwareDescription() override;
+  OperatorCaps operatorCaps() override;
 };
 
 }  // namespace quarl

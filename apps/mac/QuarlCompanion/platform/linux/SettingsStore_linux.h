@@ -1,7 +1,7 @@
 #pragma once
 
 #include "JsonObjectFile.h"
-#include "platform/SettingsStore.h"
+#include "SettingsStore.h"
 
 namespace quarl {
 

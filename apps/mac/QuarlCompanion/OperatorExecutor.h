@@ -1,0 +1,48 @@
+#pragma once
+
+#include <boost/asio/awaitable.hpp>
+#include <boost/json/value.hpp>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "BrainClient.h"
+#include "MacCapabilityClass.h"
+#include "OperatorStepOutcome.h"
+#include "OperatorStepRequest.h"
+
+namespace quarl {
+
+// What came with a step besides the step itself, carried into the executor as the service sent
+// it: the permit is read by the permission rules, the press by the consequential-act rules.
+struct OperatorStepContext {
+  std::string runId;
+  std::string stepId;
+  std::optional<boost::json::value> permit;
+  std::optional<std::int64_t> ordinal;
+  std::optional<std::int64_t> answerWithinMs;
+  std::optional<boost::json::value> pressed;
+};
+
+// Carries out admitted steps: looking, acting and files. Runs on the main executor.
+class OperatorExecutor {
+ public:
+  virtual ~OperatorExecutor() = default;
+  // Whether it can carry out steps of `klass` at all; the classes it cannot are not advertised.
+  virtual bool serves(MacCapabilityClass klass) const = 0;
+  virtual boost::asio::awaitable<OperatorStepOutcome> run(OperatorStepRequest request, OperatorStepContext context,
+                                                          std::shared_ptr<BrainClient> client) = 0;
+};
+
+// The executor of a companion that cannot yet look, act or work with files: it serves no class
+// and refuses every step in one plain sentence.
+class RefusingOperatorExecutor final : public OperatorExecutor {
+ public:
+  static constexpr std::string_view sentence = "This Mac cannot do that kind of step yet, so nothing was done.";
+
+  bool serves(MacCapabilityClass) const override { return false; }
+  boost::asio::awaitable<OperatorStepOutcome> run(OperatorStepRequest, OperatorStepContext,
+                                                  std::shared_ptr<BrainClient>) override;
+};
+
+}  // namespace quarl

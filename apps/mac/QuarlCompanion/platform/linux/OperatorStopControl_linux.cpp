@@ -1,0 +1,118 @@
+#include "OperatorStopControl_linux.h"
+
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/streambuf.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/write.hpp>
+#include <istream>
+
+namespace quarl {
+namespace asio = boost::asio;
+using local = asio::local::stream_protocol;
+
+namespace {
+
+constexpr auto tuple = asio::as_tuple(asio::use_awaitable);
+constexpr std::string_view stopCommand = "stop";
+constexpr std::size_t longestCommand = 64;
+
+// A Unix socket's path must fit its address; a longer one cannot be used at all.
+bool fitsSocketAddress(const std::filesystem::path& socket) {
+  return socket.string().size() < sizeof(sockaddr_un{}.sun_path);
+}
+
+std::string answerFor(const std::optional<std::string>& stopped) {
+  if (!stopped) return "Quarl was not operating this computer, so there was nothing to stop.";
+  return "Quarl stopped operating this computer (run " + *stopped + "); the service will be told.";
+}
+
+}  // namespace
+
+struct OperatorStopControl::Listener {
+  explicit Listener(asio::any_io_executor executor) : acceptor(std::move(executor)) {}
+  local::acceptor acceptor;
+};
+
+namespace {
+
+asio::awaitable<void> answerOne(local::socket socket, OperatorStopControl::Stop stop) {
+  asio::streambuf request(longestCommand);
+  auto [readError, read] = co_await asio::async_read_until(socket, request, '\n', tuple);
+  if (readError) co_return;
+  std::istream stream(&request);
+  std::string command;
+  std::getline(stream, command);
+  const auto answer = command == stopCommand ? answerFor(stop()) + "\n" : "That is not something Quarl can be asked here.\n";
+  co_await asio::async_write(socket, asio::buffer(answer), tuple);
+}
+
+asio::awaitable<void> acceptAll(std::shared_ptr<OperatorStopControl::Listener> listener, OperatorStopControl::Stop stop) {
+  for (;;) {
+    auto [error, socket] = co_await listener->acceptor.async_accept(tuple);
+    if (error) co_return;
+    asio::co_spawn(listener->acceptor.get_executor(), answerOne(std::move(socket), stop), asio::detached);
+  }
+}
+
+}  // namespace
+
+std::filesystem::path OperatorStopControl::socketPath(const std::filesystem::path& configDirectory) {
+  return configDirectory / "operator.sock";
+}
+
+OperatorStopControl::OperatorStopControl(asio::any_io_executor executor, std::filesystem::path socket, Stop stop)
+    : executor_(std::move(executor)), socket_(std::move(socket)), stop_(std::move(stop)) {}
+
+OperatorStopControl::~OperatorStopControl() {
+  if (!listener_) return;
+  boost::system::error_code ignored;
+  listener_->acceptor.close(ignored);
+  std::filesystem::remove(socket_, ignored);
+}
+
+std::optional<std::string> OperatorStopControl::listen() {
+  // A socket another host still answers on is left to it; one left behind by a host that
+  // ended without cleaning up is replaced.
+  if (!fitsSocketAddress(socket_)) return "the config folder's path is too long for the socket " + socket_.string();
+  if (ask(socket_).answered) return "another Quarl already answers operator-stop for this account";
+  std::error_code removeError;
+  std::filesystem::remove(socket_, removeError);
+  auto listener = std::make_shared<Listener>(executor_);
+  boost::system::error_code error;
+  listener->acceptor.open(local(), error);
+  if (!error) listener->acceptor.bind(local::endpoint(socket_.string()), error);
+  if (!error) listener->acceptor.listen(asio::socket_base::max_listen_connections, error);
+  if (error) return "the socket " + socket_.string() + " could not be made: " + error.message();
+  ::chmod(socket_.c_str(), S_IRUSR | S_IWUSR);
+  listener_ = listener;
+  asio::co_spawn(executor_, acceptAll(listener, stop_), asio::detached);
+  return std::nullopt;
+}
+
+OperatorStopControl::Answer OperatorStopControl::ask(const std::filesystem::path& socket) {
+  const Answer notRunning{false, "Quarl is not running on this computer, so there was nothing to stop."};
+  if (!fitsSocketAddress(socket)) return notRunning;
+  asio::io_context io;
+  local::socket connection(io);
+  boost::system::error_code error;
+  connection.connect(local::endpoint(socket.string()), error);
+  if (error) return notRunning;
+  const std::string command = std::string(stopCommand) + "\n";
+  asio::write(connection, asio::buffer(command), error);
+  std::string reply;
+  if (!error) asio::read(connection, asio::dynamic_buffer(reply), error);
+  while (!reply.empty() && reply.back() == '\n') reply.pop_back();
+  if (reply.empty()) return notRunning;
+  return {true, reply};
+}
+
+}  // namespace quarl
