@@ -68,7 +68,12 @@ bool isUnsigned(const std::string& path) { return path == "/v1/auth/refresh" || 
 
 }  // namespace
 
-Answer jsonAnswer(int status, const json::value& body) { return {status, json::serialize(body)}; }
+Answer jsonAnswer(int status, const json::value& body) {
+  Answer answer;
+  answer.status = status;
+  answer.body = json::serialize(body);
+  return answer;
+}
 
 Answer problem(int status, std::string_view code, std::string_view message) {
   return jsonAnswer(status, json::object{{"code", code}, {"message", message}});
@@ -130,6 +135,7 @@ std::optional<std::string> DevBrain::wireProblem(const Request& request, const s
     if (auto at = nullPath(*body, "", allowed)) return "no nulls in bodies, found one at " + *at;
   }
   if (auto rule = desk_.wireProblem(request.method, path, body ? &*body : nullptr)) return rule;
+  if (auto rule = operatorDesk_.wireProblem(request.method, path, body ? &*body : nullptr)) return rule;
   if (path == "/v1/relay/heartbeat") {
     if (!body) return "the heartbeat needs a JSON body";
     const auto* channels = body->if_contains("channels");
@@ -156,7 +162,12 @@ std::optional<std::string> DevBrain::wireProblem(const Request& request, const s
 std::optional<DevBrain::TakenFault> DevBrain::takeFault(const std::string& path) {
   const auto found = std::find_if(faults_.begin(), faults_.end(), [&](const Fault& f) { return f.path == path; });
   if (found == faults_.end()) return std::nullopt;
-  TakenFault taken{Answer{found->status, found->body, found->delay, found->drop}, found->pass};
+  Answer answer;
+  answer.status = found->status;
+  answer.body = found->body;
+  answer.delay = found->delay;
+  answer.drop = found->drop;
+  TakenFault taken{std::move(answer), found->pass};
   if (--found->times <= 0) faults_.erase(found);
   return taken;
 }
@@ -177,6 +188,7 @@ Answer DevBrain::route(const Request& request, const std::string& path, const js
   const auto& device = devices_.at(token->second.deviceId);
   if (path == "/v1/relay/heartbeat" && request.method == "POST") return heartbeat(device, body);
   if (auto answer = desk_.route(request.method, path, body)) return *answer;
+  if (auto answer = operatorDesk_.route(request.method, path, body)) return *answer;
   return problem(404, "not_found", "devbrain does not serve " + request.method + " " + path + ".");
 }
 
@@ -251,6 +263,7 @@ Answer DevBrain::heartbeat(const Device&, const json::object& body) {
 Answer DevBrain::admin(const Request& request, const std::string& path, const json::object& body) {
   if (path == "/admin/requests") return jsonAnswer(200, requestLog_);
   if (auto answer = desk_.admin(request.method, path, body)) return *answer;
+  if (auto answer = operatorDesk_.admin(request.method, path, body)) return *answer;
   if (path == "/admin/stats") {
     json::object stats{{"refreshExchanges", refreshExchanges_}};
     desk_.addStats(stats);
@@ -282,6 +295,10 @@ Answer DevBrain::admin(const Request& request, const std::string& path, const js
     faults_.push_back(fault);
     return jsonAnswer(200, json::object{});
   }
+  if (path == "/admin/faults/clear") {
+    faults_.clear();
+    return jsonAnswer(200, json::object{});
+  }
   if (path == "/admin/pairings/approve" || path == "/admin/pairings/refuse" || path == "/admin/pairings/expire") {
     auto* pairing = findPairing(body);
     if (!pairing) return problem(404, "not_found", "No pending pairing matches.");
@@ -293,6 +310,7 @@ Answer DevBrain::admin(const Request& request, const std::string& path, const js
   }
   if (path == "/admin/settings") {
     desk_.applySettings(body);
+    operatorDesk_.applySettings(body);
     if (const auto* v = body.if_contains("autoApprove"); v && v->is_bool()) autoApprove_ = v->get_bool();
     if (const auto* v = body.if_contains("pairingExpiresInSeconds"); v && v->is_int64()) pairingExpiresInSeconds_ = v->get_int64();
     if (const auto* v = body.if_contains("pairingIntervalSeconds"); v && v->is_int64()) pairingIntervalSeconds_ = v->get_int64();

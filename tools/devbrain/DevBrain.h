@@ -4,12 +4,14 @@
 #include <boost/json/object.hpp>
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "IngestDesk.h"
+#include "OperatorDesk.h"
 
 namespace devbrain {
 
@@ -25,6 +27,11 @@ struct Answer {
   std::string body;
   std::chrono::milliseconds delay{0};
   bool drop = false;  // close the connection without answering
+  // A long poll: until `holdFor` has passed, the server asks `held` again whenever devbrain
+  // says something changed, and sends its answer once it has one; at the end it asks with
+  // `last` true, which always answers. `body` is not used then.
+  std::function<std::optional<Answer>(bool last)> held;
+  std::chrono::milliseconds holdFor{0};
 };
 
 Answer jsonAnswer(int status, const boost::json::value& body);
@@ -37,6 +44,8 @@ class DevBrain {
  public:
   explicit DevBrain(std::string baseURL);
   Answer handle(const Request& request);
+  // Called whenever a held poll may now have its answer.
+  void onChange(std::function<void()> changed) { operatorDesk_.onChange(std::move(changed)); }
 
  private:
   struct Device {
@@ -91,6 +100,7 @@ class DevBrain {
 
   std::string baseURL_;
   IngestDesk desk_;
+  OperatorDesk operatorDesk_;
   std::string signingKey_;
   std::map<std::string, Device> devices_;
   std::map<std::string, AccessToken> accessTokens_;

@@ -7,35 +7,16 @@
 #include "DateText.h"
 #include "DevBrain.h"
 #include "Utf16Text.h"
+#include "WireChecks.h"
 
 namespace devbrain {
 namespace json = boost::json;
 
+using namespace wire;
+
 namespace {
 
 constexpr std::int64_t inboundAttachmentLimit = 26'214'400;
-
-bool isText(const json::object& body, std::string_view key) {
-  const auto* value = body.if_contains(key);
-  return value && value->is_string();
-}
-
-bool isInteger(const json::object& body, std::string_view key) {
-  const auto* value = body.if_contains(key);
-  return value && (value->is_int64() || value->is_uint64());
-}
-
-// Keys of `body` that are not among `known`.
-std::optional<std::string> unknownKey(const json::object& body, std::initializer_list<std::string_view> known) {
-  for (const auto& member : body) {
-    if (std::find(known.begin(), known.end(), member.key()) == known.end()) return std::string(member.key());
-  }
-  return std::nullopt;
-}
-
-bool isOneOf(const json::value* value, std::initializer_list<std::string_view> allowed) {
-  return value && value->is_string() && std::find(allowed.begin(), allowed.end(), value->get_string()) != allowed.end();
-}
 
 // "sentAt" is an internet date-time with fractional seconds.
 bool isInternetDateWithFraction(const json::value* value) {

@@ -7,6 +7,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <boost/asio/this_coro.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
@@ -16,6 +17,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <set>
 #include <string_view>
 
 #include "DevBrain.h"
@@ -39,7 +41,25 @@ devbrain::Request toRequest(const http::request<http::string_body>& message) {
   return request;
 }
 
-asio::awaitable<void> serveConnection(tcp::socket socket, std::shared_ptr<devbrain::DevBrain> brain) {
+// The polls being held, woken when devbrain says something changed.
+using HeldPolls = std::set<asio::steady_timer*>;
+
+// A held poll's answer: asked again on every change until it has one or its time is up.
+asio::awaitable<devbrain::Answer> heldAnswer(devbrain::Answer held, std::shared_ptr<HeldPolls> polls) {
+  const auto deadline = std::chrono::steady_clock::now() + held.holdFor;
+  asio::steady_timer timer(co_await asio::this_coro::executor, deadline);
+  polls->insert(&timer);
+  std::optional<devbrain::Answer> answer;
+  while (!(answer = held.held(false)) && std::chrono::steady_clock::now() < deadline) {
+    co_await timer.async_wait(tuple);
+    timer.expires_at(deadline);
+  }
+  polls->erase(&timer);
+  co_return answer ? std::move(*answer) : *held.held(true);
+}
+
+asio::awaitable<void> serveConnection(tcp::socket socket, std::shared_ptr<devbrain::DevBrain> brain,
+                                      std::shared_ptr<HeldPolls> polls) {
   beast::tcp_stream stream(std::move(socket));
   beast::flat_buffer buffer;
   for (;;) {
@@ -48,7 +68,8 @@ asio::awaitable<void> serveConnection(tcp::socket socket, std::shared_ptr<devbra
     auto [readError, read] = co_await http::async_read(stream, buffer, parser, tuple);
     if (readError) co_return;
     auto message = parser.release();
-    const auto answer = brain->handle(toRequest(message));
+    auto answer = brain->handle(toRequest(message));
+    if (answer.held) answer = co_await heldAnswer(std::move(answer), polls);
     if (answer.delay.count() > 0) {
       asio::steady_timer timer(stream.get_executor(), answer.delay);
       co_await timer.async_wait(tuple);
@@ -65,11 +86,12 @@ asio::awaitable<void> serveConnection(tcp::socket socket, std::shared_ptr<devbra
   }
 }
 
-asio::awaitable<void> acceptConnections(tcp::acceptor acceptor, std::shared_ptr<devbrain::DevBrain> brain) {
+asio::awaitable<void> acceptConnections(tcp::acceptor acceptor, std::shared_ptr<devbrain::DevBrain> brain,
+                                        std::shared_ptr<HeldPolls> polls) {
   for (;;) {
     auto [error, socket] = co_await acceptor.async_accept(tuple);
     if (error) co_return;
-    asio::co_spawn(acceptor.get_executor(), serveConnection(std::move(socket), brain), asio::detached);
+    asio::co_spawn(acceptor.get_executor(), serveConnection(std::move(socket), brain, polls), asio::detached);
   }
 }
 
@@ -91,11 +113,16 @@ int main(int argc, char** argv) {
   tcp::acceptor acceptor(io, tcp::endpoint(asio::ip::make_address("127.0.0.1"), port));
   const auto baseURL = "http://127.0.0.1:" + std::to_string(acceptor.local_endpoint().port());
   auto brain = std::make_shared<devbrain::DevBrain>(baseURL);
+  auto polls = std::make_shared<HeldPolls>();
+  // Called from inside a request's handling: the woken polls ask again once it is done.
+  brain->onChange([polls] {
+    for (auto* timer : *polls) timer->cancel();
+  });
   std::cout << baseURL << std::endl;
 
   asio::signal_set signals(io, SIGINT, SIGTERM);
   signals.async_wait([&](const boost::system::error_code&, int) { io.stop(); });
-  asio::co_spawn(io, acceptConnections(std::move(acceptor), brain), asio::detached);
+  asio::co_spawn(io, acceptConnections(std::move(acceptor), brain, polls), asio::detached);
   io.run();
   return 0;
 }
