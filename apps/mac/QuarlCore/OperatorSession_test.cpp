@@ -67,3 +67,46 @@ TEST(OperatorSession, ClassesAreReadyOrRefusedByWhatTheyNeed) {
 
 }  // namespace
 }  // namespace quarl
+
+namespace quarl {
+namespace {
+
+TEST(OperatorCaps, WhatIsUnknownCountsAsOffAndTheReadinessLineNamesEachBlockerOnce) {
+  OperatorCaps caps;
+  caps.switchOn = true;
+  caps.accessibility = CapabilityState::unknown;
+  caps.screenRecording = CapabilityState::off;
+  caps.postEvents = CapabilityState::granted;
+  caps.fullDiskAccess = CapabilityState::unknown;
+  caps.unlockedAtScreen = CapabilityState::granted;
+  caps.displayCount = 2;
+  caps.displaysAsleep = true;
+
+  auto conditions = OperatorSession::Conditions::from(caps, true);
+  EXPECT_FALSE(conditions.accessibility);
+  EXPECT_FALSE(conditions.fullDiskAccess);
+  EXPECT_TRUE(OperatorSession::can(conditions).empty());
+  EXPECT_EQ(OperatorSession::refusalSentence(MacCapabilityClass::files, conditions),
+            "Full Disk Access is off for Quarl on the Mac, so nothing was done.");
+  EXPECT_EQ(QuarlLog::operatorLine(caps.readiness(true)),
+            "operator readiness — not ready, accessibilityUnknown, screenRecordingOff, fullDiskAccessUnknown, "
+            "displayAsleep, 2 displays");
+
+  caps.folderConsent = true;
+  caps.keepAwake = true;
+  caps.screenRecording = CapabilityState::granted;
+  caps.osTooOld = true;
+  conditions = OperatorSession::Conditions::from(caps, true);
+  EXPECT_EQ(OperatorSession::can(conditions), std::vector<std::string>{"files"}) << "folders consented one by one";
+  EXPECT_EQ(caps.readiness(true).missing, (std::vector<std::string>{"accessibilityUnknown", "osTooOld"}));
+  EXPECT_EQ(caps.readiness(false).missing,
+            (std::vector<std::string>{"accessibilityUnknown", "osTooOld", "signedOut"}));
+
+  caps.accessibility = CapabilityState::granted;
+  caps.osTooOld = false;
+  caps.displayCount = 1;
+  EXPECT_EQ(QuarlLog::operatorLine(caps.readiness(true)), "operator readiness — ready, 1 display");
+}
+
+}  // namespace
+}  // namespace quarl

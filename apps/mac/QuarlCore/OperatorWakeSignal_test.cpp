@@ -43,8 +43,15 @@ TEST(OperatorWakeSignal, ASignalWakesTheWaiterOrTheNextAndAStaleTimerDoesNothing
   EXPECT_EQ(heard.back(), "third ran out");
 
   signal->arm(30s, waiter("fourth"));
+  runReady();
+  clock->advance(20s);
+  runReady();
   signal->arm(30s, waiter("fifth"));
+  runReady();
   EXPECT_EQ(heard.back(), "fourth woken") << "a waiter armed before makes room";
+  clock->advance(15s);  // the fourth wait's timer runs out; the fifth has 15 s left
+  runReady();
+  EXPECT_EQ(heard.back(), "fourth woken");
   signal->cancelWait();
   EXPECT_EQ(heard.back(), "fifth ran out");
   EXPECT_EQ(heard.size(), 5u);

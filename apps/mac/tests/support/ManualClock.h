@@ -5,6 +5,7 @@
 #include <boost/asio/this_coro.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <list>
+#include <vector>
 
 #include "Clock.h"
 
@@ -23,13 +24,15 @@ class ManualClock final : public Clock {
     boost::asio::steady_timer signal(co_await boost::asio::this_coro::executor,
                                      boost::asio::steady_timer::time_point::max());
     auto entry = sleepers_.insert(sleepers_.end(), &signal);
-    ++sleepsBegun_;
+    sleeps_.push_back(duration);
     while (now_ < deadline) co_await signal.async_wait(boost::asio::as_tuple(boost::asio::use_awaitable));
     sleepers_.erase(entry);
   }
 
   // How many sleeps have begun on this clock, so a test can wait for the next one.
-  std::size_t sleepsBegun() const { return sleepsBegun_; }
+  std::size_t sleepsBegun() const { return sleeps_.size(); }
+  // How long each sleep begun on this clock was to last, oldest first.
+  const std::vector<std::chrono::milliseconds>& sleeps() const { return sleeps_; }
 
   void advance(std::chrono::system_clock::duration by) {
     now_ += by;
@@ -39,7 +42,7 @@ class ManualClock final : public Clock {
  private:
   SystemTime now_;
   mutable std::list<boost::asio::steady_timer*> sleepers_;
-  mutable std::size_t sleepsBegun_ = 0;
+  mutable std::vector<std::chrono::milliseconds> sleeps_;
 };
 
 }  // namespace quarl::testing
