@@ -84,19 +84,18 @@ asio::awaitable<milliseconds> OperatorLink::turn() {
 
   auto client = client_();
   if (client) co_await reportStops(*client);
+  if (client && !lateAnswers_.empty()) {
+    auto late = std::move(lateAnswers_.front());
+    lateAnswers_.pop_front();
+    co_await handleAnswer(std::move(late), client);
+    co_return milliseconds(0);
+  }
   if (!client || !OperatorSession::mayPoll(conditions)) co_return duration_cast<milliseconds>(idleWait);
 
   auto can = advertised(conditions);
   auto holding = session_.liveRunId();
   auto poll = client->nextOperatorStep(pollWaitSeconds, std::move(holding), std::move(can));
-  auto raced = co_await PollRace::run(std::move(poll), *wake_, duration_cast<milliseconds>(raceLimit),
-                                      std::function<void(BrainClient::Result<OperatorNextAnswer>)>(
-                                          [](BrainClient::Result<OperatorNextAnswer> late) {
-                                            if (late && late->kind == "step") {
-                                              QuarlLog::say("quarl: an operator step came after its poll was given up "
-                                                            "— it was not run and the service will hear nothing of it");
-                                            }
-                                          }));
+  auto raced = co_await PollRace::run(std::move(poll), *wake_, duration_cast<milliseconds>(raceLimit), lateAnswerKeeper());
   if (raced.winner != PollRace::Winner::poll) co_return milliseconds(0);
 
   auto& answer = *raced.answer;
@@ -114,6 +113,20 @@ asio::awaitable<milliseconds> OperatorLink::turn() {
   failures_ = 0;
   co_await handleAnswer(std::move(*answer), client);
   co_return milliseconds(0);
+}
+
+// A poll given up for a wake may still be answered with a step or a stop, which the service
+// then counts as delivered: it is kept for the next turn rather than dropped, so that the
+// service is not left waiting. Admission then weighs it like any other step.
+std::function<void(BrainClient::Result<OperatorNextAnswer>)> OperatorLink::lateAnswerKeeper() {
+  const std::weak_ptr<OperatorLink> weak = weak_from_this();
+  return [weak](BrainClient::Result<OperatorNextAnswer> late) {
+    auto self = weak.lock();
+    if (!self || !late || (late->kind != "step" && late->kind != "stop")) return;
+    QuarlLog::say("quarl: an operator " + late->kind + " came on a poll already given up — it is handled now");
+    self->lateAnswers_.push_back(std::move(*late));
+    self->wake();
+  };
 }
 
 asio::awaitable<void> OperatorLink::handleAnswer(OperatorNextAnswer answer, std::shared_ptr<BrainClient> client) {

@@ -3,6 +3,7 @@
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/awaitable.hpp>
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -88,6 +89,7 @@ class OperatorLink : public std::enable_shared_from_this<OperatorLink> {
   static boost::asio::awaitable<void> reportStopsDetached(std::shared_ptr<OperatorLink> self,
                                                           std::shared_ptr<BrainClient> client);
 
+  std::function<void(BrainClient::Result<OperatorNextAnswer>)> lateAnswerKeeper();
   OperatorSession::Conditions conditionsNow();
   std::vector<std::string> advertised(const OperatorSession::Conditions& conditions) const;
   boost::asio::awaitable<void> handleAnswer(OperatorNextAnswer answer, std::shared_ptr<BrainClient> client);
@@ -109,6 +111,7 @@ class OperatorLink : public std::enable_shared_from_this<OperatorLink> {
   std::shared_ptr<OperatorWakeSignal> wake_;
   ClientProvider client_;
   SignedIn signedIn_;
+  std::deque<OperatorNextAnswer> lateAnswers_;  // steps and stops that came on polls given up
   int failures_ = 0;
   bool started_ = false;
   bool finished_ = false;

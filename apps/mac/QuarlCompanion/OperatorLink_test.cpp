@@ -99,14 +99,14 @@ class OperatorLinkOnAManualClock : public ::testing::Test {
     runReady();
     return wait;
   }
-  void answer(std::string_view path, int status, std::string body) {
-    transport_->answer(std::string(path), status, std::move(body));
+  void answer(std::string_view path, int status, std::string body, std::chrono::milliseconds after = 0ms) {
+    transport_->answer(std::string(path), status, std::move(body), after);
   }
 
   std::shared_ptr<testing::CapturingLogSink> log_ = testing::CapturingLogSink::installed();
   boost::asio::io_context io_;
   std::shared_ptr<testing::ManualClock> clock_ = std::make_shared<testing::ManualClock>(SystemTime(1'790'000'000s));
-  std::shared_ptr<testing::ScriptedTransport> transport_ = std::make_shared<testing::ScriptedTransport>(std::string(base));
+  std::shared_ptr<testing::ScriptedTransport> transport_ = std::make_shared<testing::ScriptedTransport>(std::string(base), clock_);
   std::shared_ptr<testing::MemorySettingsStore> defaults_ = std::make_shared<testing::MemorySettingsStore>();
   std::shared_ptr<FakeBar> bar_ = std::make_shared<FakeBar>();
   std::shared_ptr<FakeKeepAwake> keepAwake_ = std::make_shared<FakeKeepAwake>();
@@ -138,6 +138,19 @@ TEST_F(OperatorLinkOnAManualClock, AnAnswerThatNoLongerNamesTheLiveRunEndsItAsEn
   EXPECT_THAT(log_->lines(), Contains("operator keep awake run_live"));
   EXPECT_THAT(log_->lines(), Contains("operator run ended by brain"));
   EXPECT_FALSE(defaults_->read(OperatorStopLedger::key)) << "the service ended the run: nothing to report";
+}
+
+TEST_F(OperatorLinkOnAManualClock, AStepThatComesOnAPollGivenUpForAWakeIsStillAnswered) {
+  answer(next, 200, stepAnswer("run-1", "s1"), 10s);
+  answer("/v1/mac/operator/steps/s1/result", 200, R"({"accepted":true})");
+  start();
+  link_->wake();
+  runReady();
+  EXPECT_EQ(transport_->bodiesTo(std::string(next)).size(), 2u) << "the wake gave the first poll up";
+  clock_->advance(10s);
+  runReady();
+  EXPECT_EQ(transport_->bodiesTo("/v1/mac/operator/steps/s1/result").size(), 1u);
+  EXPECT_EQ(bar_->shownFor, "run-1");
 }
 
 TEST_F(OperatorLinkOnAManualClock, FailedPollsBackOffByTheServicesAnswer) {

@@ -19,7 +19,8 @@ namespace quarl {
 // Races the operator link's poll against its wake signal and a time limit, and lets the link
 // pause until woken. The poll that loses is not taken back (a request in flight cannot be), so
 // it runs on; its answer, when it comes, goes to `late` and is otherwise dropped. Runs on the
-// caller's executor, which must be the one the wake signal's waiters are posted to.
+// caller's executor, which must be the one the wake signal's waiters are posted to; `late` is
+// called there too.
 struct PollRace {
   enum class Winner { poll, signal, timeLimit };
 
