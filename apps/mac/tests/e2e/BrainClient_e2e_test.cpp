@@ -246,28 +246,49 @@ TEST_F(BrainClientAgainstDevBrain, RelayJobsKeepTheWireRules) {
   EXPECT_TRUE(run(brain->claimJobs(5))->empty());
 }
 
-TEST_F(BrainClientAgainstDevBrain, OperatorAndFileCallsAreSignedAndReachTheirPaths) {
+TEST_F(BrainClientAgainstDevBrain, OperatorCallsCarryTheirBodiesAndReadTheServicesAnswers) {
   auto brain = client(newDevice());
-  // devbrain does not serve the operator yet: each call must still arrive, signed, where it belongs.
-  EXPECT_EQ(run(brain->reportRunStopped("run-1", "menu")), 404);
-  const auto next = run(brain->nextOperatorStep(25, std::string("run-1"), {"files"}));
-  ASSERT_FALSE(next);
-  EXPECT_EQ(next.error().asHttp()->status, 404);
-  EXPECT_FALSE(run(brain->postOperatorResult("step-1", json::object{{"outcome", "failed"}, {"reason", "x"}})));
+  admin_.post("/admin/settings", {{"operatorHoldMs", 50}});
+  EXPECT_EQ(run(brain->reportRunStopped("run-1", "menu")), 404) << "no step of run-1 reached this Mac";
+
+  const auto idle = run(brain->nextOperatorStep(25, std::string("run-1"), {"files"}));
+  ASSERT_TRUE(idle) << idle.error().description();
+  EXPECT_EQ(idle->kind, "idle");
+  EXPECT_EQ(admin_.lastBodyTo("/v1/mac/operator/next"),
+            (json::object{{"wait", 25}, {"can", json::array{"files"}}, {"holding", "run-1"}}));
+
+  admin_.post("/admin/operator/steps", {{"runId", "run-1"}, {"step", {{"kind", "list_apps"}}}, {"permit", {{"mode", "ask"}}}});
+  const auto step = run(brain->nextOperatorStep(25, std::nullopt, {}));
+  ASSERT_TRUE(step) << step.error().description();
+  EXPECT_EQ(step->kind, "step");
+  EXPECT_EQ(step->runId, "run-1");
+  EXPECT_EQ(step->liveRunId, "run-1");
+  EXPECT_EQ(step->step, (json::value{{"kind", "list_apps"}}));
+  EXPECT_EQ(step->permit, (json::value{{"mode", "ask"}}));
+  ASSERT_TRUE(step->stepId);
+
+  const json::object refused{{"outcome", "refused"}, {"reason", "No."}};
+  const auto accepted = run(brain->postOperatorResult(*step->stepId, refused));
+  EXPECT_TRUE(accepted && *accepted);
+  const auto again = run(brain->postOperatorResult(*step->stepId, refused));
+  ASSERT_FALSE(again);
+  EXPECT_EQ(again.error().asHttp()->status, 409);
+  EXPECT_EQ(run(brain->reportRunStopped("run-1", "menu")), 200);
+  EXPECT_EQ(admin_.get("/admin/operator/stops"), json::parse(R"([{"runId":"run-1","by":"menu"}])"));
+}
+
+TEST_F(BrainClientAgainstDevBrain, StepFileCallsAreSignedAndReachTheirPaths) {
+  auto brain = client(newDevice());
+  // devbrain does not serve step files yet: each call must still arrive, signed, where it belongs.
   EXPECT_EQ(run(brain->operatorFileState("step-1"))->status, 404);
   EXPECT_EQ(run(brain->operatorFileChunk("step-1", 0, 3, "abc", "xyz"))->status, 404);
   const auto requests = admin_.requests();
   std::vector<std::string> paths;
   for (const auto& request : requests) paths.emplace_back(request.at("path").as_string());
-  EXPECT_EQ(paths, (std::vector<std::string>{"/v1/mac/operator/runs/run-1/stopped", "/v1/mac/operator/next",
-                                             "/v1/mac/operator/steps/step-1/result", "/v1/mac/operator/steps/step-1/file",
-                                             "/v1/mac/operator/steps/step-1/file"}));
-  EXPECT_EQ(json::parse(requests[0].at("body").as_string()), (json::object{{"by", "menu"}}));
-  EXPECT_EQ(json::parse(requests[1].at("body").as_string()),
-            (json::object{{"wait", 25}, {"can", json::array{"files"}}, {"holding", "run-1"}}));
-  EXPECT_EQ(requests[4].at("headers").at("x-quarl-offset"), "0");
-  EXPECT_EQ(requests[4].at("headers").at("x-quarl-sha256"), "abc");
-  EXPECT_EQ(requests[4].at("body"), "xyz");
+  EXPECT_EQ(paths, (std::vector<std::string>{"/v1/mac/operator/steps/step-1/file", "/v1/mac/operator/steps/step-1/file"}));
+  EXPECT_EQ(requests[1].at("headers").at("x-quarl-offset"), "0");
+  EXPECT_EQ(requests[1].at("headers").at("x-quarl-sha256"), "abc");
+  EXPECT_EQ(requests[1].at("body"), "xyz");
 }
 
 }  // namespace
