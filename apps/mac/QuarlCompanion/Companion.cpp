@@ -20,12 +20,13 @@ constexpr std::string_view fullDiskAccessSentence =
     "Quarl needs Full Disk Access to read Messages. System Settings → Privacy & Security → Full Disk Access.";
 constexpr std::string_view pairingExpiredSentence = "That code expired before it was approved. Try again.";
 
-enum Work { tickWork, relayWork, liveWork };
+enum Work { tickWork, relayWork, liveWork, heartbeatWork };
 
 // Detached work keeps the coordinator alive until it is done.
 asio::awaitable<void> runWork(std::shared_ptr<Companion> self, Work work) {
   if (work == tickWork) co_await self->guardedTick();
   if (work == relayWork) co_await self->guardedRelayPass();
+  if (work == heartbeatWork) co_await self->heartbeat();
 }
 
 }  // namespace
@@ -94,6 +95,16 @@ OperatorCaps Companion::operatorCaps() const {
   caps.switchOn = parts_.defaults->boolean(keys::operatorAllowed).value_or(false);
   caps.keepAwake = parts_.defaults->boolean(keys::keepAwakeWhileWorking).value_or(false);
   return caps;
+}
+
+bool Companion::setOperatorAllowed(bool on) {
+  if (!parts_.defaults->write(keys::operatorAllowed, json::value(on))) return false;
+  QuarlLog::operatorSwitch(on);
+  if (operatorLink_ && on) operatorLink_->wake();
+  if (operatorLink_ && !on) operatorLink_->stopBecauseSwitchedOff();
+  // What this Mac may do has changed: the service hears it now, not at the next tick.
+  asio::co_spawn(parts_.executor, runWork(shared_from_this(), heartbeatWork), asio::detached);
+  return true;
 }
 
 std::optional<std::string> Companion::stopOperating() {

@@ -70,6 +70,9 @@ class Companion : public std::enable_shared_from_this<Companion> {
 
   // What the operator may do now: the host's readings with the owner's switch and keep-awake.
   OperatorCaps operatorCaps() const;
+  // The owner's operator switch: saved, told to the service, and a live run ends when it goes
+  // off. Whether the choice was saved; an unsaved choice changes nothing.
+  bool setOperatorAllowed(bool on);
   // The menu's "Stop operating this Mac": the run that was stopped, if one was live.
   std::optional<std::string> stopOperating();
   // Quitting: the live run ends with "quit", and its report gets up to `bound` to go out.

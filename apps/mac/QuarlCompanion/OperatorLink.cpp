@@ -215,10 +215,7 @@ std::optional<std::string> OperatorLink::stop(OperatorEndCode by) {
   return was;
 }
 
-void OperatorLink::stopBecauseSwitchedOff() {
-  QuarlLog::operatorSwitch(false);
-  stop(OperatorEndCode::conditions);
-}
+void OperatorLink::stopBecauseSwitchedOff() { stop(OperatorEndCode::conditions); }
 
 void OperatorLink::endedByBrain(const std::string& runId) {
   if (session_.liveRunId() != runId) return;

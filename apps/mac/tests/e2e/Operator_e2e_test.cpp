@@ -161,5 +161,25 @@ TEST_F(OperatorAgainstDevBrain, AStopIsReportedUntilTheServiceTakesOrRefusesItEv
   EXPECT_EQ(refusalOf("run-c", listFiles), stoppedHere) << "a run stopped before the restart stays stopped";
 }
 
+TEST_F(OperatorAgainstDevBrain, TheOwnersSwitchEndsALiveRunAndTheOperatorsPolls) {
+  const auto off = home_.run({"operator", "off"}, home_.environment());
+  EXPECT_EQ(off.code, 0) << "with no host running, the choice is saved for its next start";
+  startHost();
+  std::this_thread::sleep_for(milliseconds(300));
+  EXPECT_EQ(admin_.requestsTo("/v1/mac/operator/next"), 0);
+
+  EXPECT_EQ(home_.run({"operator", "on"}, home_.environment()).code, 0);
+  EXPECT_EQ(refusalOf("run-1", listFiles), notYet);
+  const auto switchedOff = home_.run({"operator", "off"}, home_.environment());
+  EXPECT_EQ(switchedOff.code, 0);
+  EXPECT_TRUE(eventually([&] { return stoppedBy("run-1") == "conditions"; }));
+  const auto polls = admin_.requestsTo("/v1/mac/operator/next");
+  std::this_thread::sleep_for(milliseconds(500));
+  EXPECT_EQ(admin_.requestsTo("/v1/mac/operator/next"), polls) << "switched off, the link does not poll";
+  EXPECT_EQ(json::parse(testing::fileContents(home_.config() / "defaults.json")).at("QuarlOperatorAllowed"), false);
+  EXPECT_EQ(admin_.lastBodyTo("/v1/relay/heartbeat").at("operator").at("switchOn"), false)
+      << "the service hears of the switch at once";
+}
+
 }  // namespace
 }  // namespace quarl

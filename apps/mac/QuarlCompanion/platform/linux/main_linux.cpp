@@ -4,6 +4,8 @@
 //   quarl-companion sign-out  forgets this computer's credentials
 //   quarl-companion operator-stop
 //                             stops the operator run of the running host, as the menu does on a Mac
+//   quarl-companion operator on|off
+//                             switches operator mode, in the running host or for its next start
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
@@ -18,8 +20,9 @@
 #include "Keychain_linux.h"
 #include "LogSink_linux.h"
 #include "OperatorBar_linux.h"
-#include "OperatorStopControl_linux.h"
+#include "OperatorControl_linux.h"
 #include "QuarlLog.h"
+#include "SettingsKeys.h"
 #include "SettingsStore_linux.h"
 #include "StopHotKey_linux.h"
 #include "StoreWatcher_linux.h"
@@ -68,6 +71,31 @@ asio::awaitable<void> stopWhenIdle(std::shared_ptr<Companion> companion, std::sh
   io->stop();
 }
 
+int stopOperatorRun() {
+  if (auto answer = OperatorControl::ask(OperatorControl::socketPath(configDirectory()), "stop")) {
+    std::cout << *answer << std::endl;
+    return 0;
+  }
+  std::cerr << "Quarl is not running on this computer, so there was nothing to stop." << std::endl;
+  return 1;
+}
+
+// The running host takes the choice itself; without one, it is saved for the next start.
+int switchOperator(bool on) {
+  const auto directory = configDirectory();
+  if (auto answer = OperatorControl::ask(OperatorControl::socketPath(directory), on ? "on" : "off")) {
+    std::cout << *answer << std::endl;
+    return 0;
+  }
+  SystemClock clock;
+  if (!FileSettingsStore(directory, clock).write(keys::operatorAllowed, boost::json::value(on))) {
+    std::cerr << "The setting could not be saved, so operator mode is unchanged." << std::endl;
+    return 1;
+  }
+  std::cout << OperatorControl::switchedSentence(on) << std::endl;
+  return 0;
+}
+
 OperatorParts linuxOperatorParts() {
   return {std::make_shared<StandardErrorOperatorBar>(), std::make_shared<UnavailableStopHotKey>(),
           std::make_shared<UnavailableKeepAwake>(), std::make_shared<RefusingOperatorExecutor>()};
@@ -77,15 +105,15 @@ OperatorParts linuxOperatorParts() {
 
 int main(int argc, char** argv) {
   const std::string_view command = argc > 1 ? argv[1] : "";
-  if (argc > 2 || (!command.empty() && command != "--once" && command != "sign-out" && command != "operator-stop")) {
-    std::cerr << "usage: quarl-companion [--once | sign-out | operator-stop]" << std::endl;
+  const std::string_view choice = argc > 2 ? argv[2] : "";
+  const bool switching = command == "operator" && argc == 3 && (choice == "on" || choice == "off");
+  const bool known = command.empty() || command == "--once" || command == "sign-out" || command == "operator-stop";
+  if (!switching && (argc > 2 || !known)) {
+    std::cerr << "usage: quarl-companion [--once | sign-out | operator-stop | operator on|off]" << std::endl;
     return 2;
   }
-  if (command == "operator-stop") {
-    const auto answer = OperatorStopControl::ask(OperatorStopControl::socketPath(configDirectory()));
-    (answer.answered ? std::cout : std::cerr) << answer.sentence << std::endl;
-    return answer.answered ? 0 : 1;
-  }
+  if (command == "operator-stop") return stopOperatorRun();
+  if (switching) return switchOperator(choice == "on");
   QuarlLog::install(std::make_shared<StandardErrorLogSink>());
 
   asio::io_context io;
@@ -110,9 +138,10 @@ int main(int argc, char** argv) {
     io.run();
     return exitCode;
   }
-  OperatorStopControl stopControl(io.get_executor(), OperatorStopControl::socketPath(directory),
-                                  [&companion] { return companion->stopOperating(); });
-  if (auto refusal = stopControl.listen()) QuarlLog::say("quarl: operator-stop will not reach this host — " + *refusal);
+  OperatorControl control(io.get_executor(), OperatorControl::socketPath(directory),
+                          {[&companion] { return companion->stopOperating(); },
+                           [&companion](bool on) { return companion->setOperatorAllowed(on); }});
+  if (auto refusal = control.listen()) QuarlLog::say("quarl: operator commands will not reach this host — " + *refusal);
   asio::signal_set signals(io, SIGINT, SIGTERM);
   signals.async_wait([&](const boost::system::error_code& error, int) {
     if (!error) asio::co_spawn(io, stopWhenIdle(companion, clock, &io), asio::detached);

@@ -1,4 +1,4 @@
-#include "OperatorStopControl_linux.h"
+#include "OperatorControl_linux.h"
 
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -22,7 +22,6 @@ using local = asio::local::stream_protocol;
 namespace {
 
 constexpr auto tuple = asio::as_tuple(asio::use_awaitable);
-constexpr std::string_view stopCommand = "stop";
 constexpr std::size_t longestCommand = 64;
 
 // A Unix socket's path must fit its address; a longer one cannot be used at all.
@@ -30,60 +29,75 @@ bool fitsSocketAddress(const std::filesystem::path& socket) {
   return socket.string().size() < sizeof(sockaddr_un{}.sun_path);
 }
 
-std::string answerFor(const std::optional<std::string>& stopped) {
+std::string stoppedSentence(const std::optional<std::string>& stopped) {
   if (!stopped) return "Quarl was not operating this computer, so there was nothing to stop.";
   return "Quarl stopped operating this computer (run " + *stopped + "); the service will be told.";
 }
 
+std::string answerTo(const std::string& command, const OperatorControl::Commands& commands) {
+  if (command == "stop") return stoppedSentence(commands.stop());
+  if (command == "on" || command == "off") {
+    if (!commands.allow(command == "on")) return "The setting could not be saved, so operator mode is unchanged.";
+    return OperatorControl::switchedSentence(command == "on");
+  }
+  return "That is not something Quarl can be asked here.";
+}
+
 }  // namespace
 
-struct OperatorStopControl::Listener {
+struct OperatorControl::Listener {
   explicit Listener(asio::any_io_executor executor) : acceptor(std::move(executor)) {}
   local::acceptor acceptor;
 };
 
 namespace {
 
-asio::awaitable<void> answerOne(local::socket socket, OperatorStopControl::Stop stop) {
+asio::awaitable<void> answerOne(local::socket socket, OperatorControl::Commands commands) {
   asio::streambuf request(longestCommand);
   auto [readError, read] = co_await asio::async_read_until(socket, request, '\n', tuple);
   if (readError) co_return;
   std::istream stream(&request);
   std::string command;
   std::getline(stream, command);
-  const auto answer = command == stopCommand ? answerFor(stop()) + "\n" : "That is not something Quarl can be asked here.\n";
+  const auto answer = answerTo(command, commands) + "\n";
   co_await asio::async_write(socket, asio::buffer(answer), tuple);
 }
 
-asio::awaitable<void> acceptAll(std::shared_ptr<OperatorStopControl::Listener> listener, OperatorStopControl::Stop stop) {
+asio::awaitable<void> acceptAll(std::shared_ptr<OperatorControl::Listener> listener,
+                                OperatorControl::Commands commands) {
   for (;;) {
     auto [error, socket] = co_await listener->acceptor.async_accept(tuple);
     if (error) co_return;
-    asio::co_spawn(listener->acceptor.get_executor(), answerOne(std::move(socket), stop), asio::detached);
+    asio::co_spawn(listener->acceptor.get_executor(), answerOne(std::move(socket), commands), asio::detached);
   }
 }
 
 }  // namespace
 
-std::filesystem::path OperatorStopControl::socketPath(const std::filesystem::path& configDirectory) {
+std::filesystem::path OperatorControl::socketPath(const std::filesystem::path& configDirectory) {
   return configDirectory / "operator.sock";
 }
 
-OperatorStopControl::OperatorStopControl(asio::any_io_executor executor, std::filesystem::path socket, Stop stop)
-    : executor_(std::move(executor)), socket_(std::move(socket)), stop_(std::move(stop)) {}
+std::string OperatorControl::switchedSentence(bool on) {
+  return on ? "Operator mode is on: the service may operate this computer while it is signed in."
+            : "Operator mode is off: the service cannot operate this computer until it is switched on again.";
+}
 
-OperatorStopControl::~OperatorStopControl() {
+OperatorControl::OperatorControl(asio::any_io_executor executor, std::filesystem::path socket, Commands commands)
+    : executor_(std::move(executor)), socket_(std::move(socket)), commands_(std::move(commands)) {}
+
+OperatorControl::~OperatorControl() {
   if (!listener_) return;
   boost::system::error_code ignored;
   listener_->acceptor.close(ignored);
   std::filesystem::remove(socket_, ignored);
 }
 
-std::optional<std::string> OperatorStopControl::listen() {
+std::optional<std::string> OperatorControl::listen() {
   // A socket another host still answers on is left to it; one left behind by a host that
   // ended without cleaning up is replaced.
   if (!fitsSocketAddress(socket_)) return "the config folder's path is too long for the socket " + socket_.string();
-  if (ask(socket_).answered) return "another Quarl already answers operator-stop for this account";
+  if (ask(socket_, "ping")) return "another Quarl already answers operator commands for this account";
   std::error_code removeError;
   std::filesystem::remove(socket_, removeError);
   auto listener = std::make_shared<Listener>(executor_);
@@ -94,25 +108,24 @@ std::optional<std::string> OperatorStopControl::listen() {
   if (error) return "the socket " + socket_.string() + " could not be made: " + error.message();
   ::chmod(socket_.c_str(), S_IRUSR | S_IWUSR);
   listener_ = listener;
-  asio::co_spawn(executor_, acceptAll(listener, stop_), asio::detached);
+  asio::co_spawn(executor_, acceptAll(listener, commands_), asio::detached);
   return std::nullopt;
 }
 
-OperatorStopControl::Answer OperatorStopControl::ask(const std::filesystem::path& socket) {
-  const Answer notRunning{false, "Quarl is not running on this computer, so there was nothing to stop."};
-  if (!fitsSocketAddress(socket)) return notRunning;
+std::optional<std::string> OperatorControl::ask(const std::filesystem::path& socket, const std::string& command) {
+  if (!fitsSocketAddress(socket)) return std::nullopt;
   asio::io_context io;
   local::socket connection(io);
   boost::system::error_code error;
   connection.connect(local::endpoint(socket.string()), error);
-  if (error) return notRunning;
-  const std::string command = std::string(stopCommand) + "\n";
-  asio::write(connection, asio::buffer(command), error);
+  if (error) return std::nullopt;
+  const auto line = command + "\n";
+  asio::write(connection, asio::buffer(line), error);
   std::string reply;
   if (!error) asio::read(connection, asio::dynamic_buffer(reply), error);
   while (!reply.empty() && reply.back() == '\n') reply.pop_back();
-  if (reply.empty()) return notRunning;
-  return {true, reply};
+  if (reply.empty()) return std::nullopt;
+  return reply;
 }
 
 }  // namespace quarl
