@@ -75,8 +75,8 @@ asio::awaitable<void> OperatorLink::loop(std::shared_ptr<OperatorLink> self) {
 }
 
 asio::awaitable<milliseconds> OperatorLink::turn() {
-  refreshKeepAwake();
   const auto caps = parts_.caps();
+  holdAwake(caps.keepAwake);
   const bool signedIn = signedIn_();
   noteReadiness(caps, signedIn);
   const auto conditions = OperatorSession::Conditions::from(caps, signedIn);
@@ -267,9 +267,11 @@ asio::awaitable<void> OperatorLink::finish(milliseconds bound) {
   co_await waitUntil(*parts_.clock, deadline, std::move(reported));
 }
 
-void OperatorLink::refreshKeepAwake() {
+void OperatorLink::refreshKeepAwake() { holdAwake(parts_.caps().keepAwake); }
+
+void OperatorLink::holdAwake(bool allowed) {
   const auto live = session_.liveRunId();
-  const bool wanted = live && parts_.caps().keepAwake;
+  const bool wanted = live && allowed;
   if (wanted && !keptAwake_ && keepAwakeRefusedFor_ != live) {
     if (auto refusal = parts_.platform.keepAwake->hold()) {
       keepAwakeRefusedFor_ = live;
@@ -290,13 +292,8 @@ OperatorSession::Conditions OperatorLink::conditionsNow() {
 }
 
 std::vector<std::string> OperatorLink::advertised(const OperatorSession::Conditions& conditions) const {
-  std::vector<std::string> can;
-  for (const auto klass : advertisedClasses) {
-    if (parts_.platform.steps->serves(klass) && OperatorSession::blockers(klass, conditions).empty()) {
-      can.emplace_back(wireName(klass));
-    }
-  }
-  return can;
+  const auto& steps = *parts_.platform.steps;
+  return OperatorSession::can(conditions, [&steps](MacCapabilityClass klass) { return steps.serves(klass); });
 }
 
 void OperatorLink::raiseBar(const std::string& runId) {

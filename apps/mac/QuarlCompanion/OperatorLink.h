@@ -105,6 +105,8 @@ class OperatorLink : public std::enable_shared_from_this<OperatorLink> {
   void raiseBar(const std::string& runId);
   void lowerBar();
   void noteReadiness(const OperatorCaps& caps, bool signedIn);
+  // refreshKeepAwake with the owner's choice already read.
+  void holdAwake(bool allowed);
 
   OperatorLinkParts parts_;
   OperatorSession session_;

@@ -136,9 +136,14 @@ std::optional<std::string> OperatorSession::liveRunId() const {
 }
 
 std::vector<std::string> OperatorSession::can(const Conditions& conditions) {
+  return can(conditions, [](MacCapabilityClass) { return true; });
+}
+
+std::vector<std::string> OperatorSession::can(const Conditions& conditions,
+                                              const std::function<bool(MacCapabilityClass)>& serves) {
   std::vector<std::string> ready;
   for (const auto klass : advertisedClasses) {
-    if (blockers(klass, conditions).empty()) ready.emplace_back(wireName(klass));
+    if (serves(klass) && blockers(klass, conditions).empty()) ready.emplace_back(wireName(klass));
   }
   return ready;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -65,6 +66,9 @@ class OperatorSession {
 
   // The wire names of the classes ready now, in a fixed order; the unadvertised class never.
   static std::vector<std::string> can(const Conditions& conditions);
+  // The same, left to the classes `serves` accepts: what this Mac can carry out at all.
+  static std::vector<std::string> can(const Conditions& conditions,
+                                      const std::function<bool(MacCapabilityClass)>& serves);
   static bool mayPoll(const Conditions& conditions);
 
  private:
