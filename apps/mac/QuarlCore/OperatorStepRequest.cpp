@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <limits>
 
+#include "FolderAccess.h"
 #include "Utf16Text.h"
 
 namespace quarl {
@@ -115,9 +116,8 @@ std::optional<Request::Value> readKind(std::string_view kind, const json::object
     const auto query = trimmedText(object, "query", Request::queryMax);
     if (!query.understood || !query.text) return std::nullopt;
     const auto limit = boundedNumber(object, "limit", 1, Request::listFilesMax, Request::listFilesDefault);
-    // Which folders may be listed is the file operator's rule; here a folder is any name.
-    const auto folder = trimmedText(object, "folder", std::numeric_limits<std::size_t>::max());
-    if (!limit || !folder.understood) return std::nullopt;
+    const auto folder = trimmedText(object, "folder", FolderAccess::folderMax);
+    if (!limit || !folder.understood || (folder.text && !FolderAccess::isValid(*folder.text))) return std::nullopt;
     return Request::ListFiles{*query.text, *limit, folder.text};
   }
   if (kind == "read_file" || kind == "send_file") {

@@ -1,6 +1,7 @@
 #include "Utf16Text.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include <utf8proc.h>
 
@@ -120,6 +121,20 @@ std::string utf16Prefix(std::string_view text, std::size_t limit) {
     appendUtf8(out, decoded.codePoint);
     text.remove_prefix(decoded.bytes);
   }
+  return out;
+}
+
+
+std::string searchFolded(std::string_view text) {
+  const auto repaired = repairedUtf8(text);
+  utf8proc_uint8_t* folded = nullptr;
+  const auto length = utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(repaired.data()),
+                                   static_cast<utf8proc_ssize_t>(repaired.size()), &folded,
+                                   static_cast<utf8proc_option_t>(UTF8PROC_DECOMPOSE | UTF8PROC_COMPAT |
+                                                                  UTF8PROC_CASEFOLD | UTF8PROC_STRIPMARK));
+  if (length < 0) return repaired;
+  std::string out(reinterpret_cast<const char*>(folded), static_cast<std::size_t>(length));
+  std::free(folded);
   return out;
 }
 

@@ -32,4 +32,8 @@ std::string graphemePrefix(std::string_view text, std::size_t count);
 // so that text read from outside can be kept and sent without breaking JSON or logs.
 std::string repairedUtf8(std::string_view text);
 
+// `text` as searches compare it: case folded and without diacritics, so "Résumé" and "RESUME"
+// are the same words.
+std::string searchFolded(std::string_view text);
+
 }  // namespace quarl
