@@ -6,15 +6,21 @@
 //                             stops the operator run of the running host, as the menu does on a Mac
 //   quarl-companion operator on|off
 //                             switches operator mode, in the running host or for its next start
+//   quarl-companion extract-text DEVICE INODE PATH
+//                             the text of one found document, as JSON; the host runs it as a child
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <cstdlib>
 #include <iostream>
 #include <string_view>
 
 #include "Companion.h"
 #include "CompanionHost_linux.h"
+#include "DocumentText_linux.h"
+#include "FileOperator_linux.h"
+#include "FileStepExecutor.h"
 #include "HttpTransport_linux.h"
 #include "KeepAwake_linux.h"
 #include "Keychain_linux.h"
@@ -96,9 +102,14 @@ int switchOperator(bool on) {
   return 0;
 }
 
+// Documents are read by this same program in a child of its own, ended after 20 s.
 OperatorParts linuxOperatorParts() {
+  const char* home = std::getenv("HOME");
+  auto files = std::make_shared<LinuxFileOperator>(
+      home ? home : "/", LinuxFileOperator::readerInChild("/proc/self/exe", std::chrono::seconds(20)),
+      LinuxFileOperator::Limits{});
   return {std::make_shared<StandardErrorOperatorBar>(), std::make_shared<UnavailableStopHotKey>(),
-          std::make_shared<UnavailableKeepAwake>(), std::make_shared<RefusingOperatorExecutor>()};
+          std::make_shared<UnavailableKeepAwake>(), std::make_shared<FileStepExecutor>(std::move(files))};
 }
 
 }  // namespace
@@ -106,6 +117,7 @@ OperatorParts linuxOperatorParts() {
 int main(int argc, char** argv) {
   const std::string_view command = argc > 1 ? argv[1] : "";
   const std::string_view choice = argc > 2 ? argv[2] : "";
+  if (command == "extract-text") return extractTextCommand(argc, argv);
   const bool switching = command == "operator" && argc == 3 && (choice == "on" || choice == "off");
   const bool known = command.empty() || command == "--once" || command == "sign-out" || command == "operator-stop";
   if (!switching && (argc > 2 || !known)) {
