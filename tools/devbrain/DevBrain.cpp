@@ -30,8 +30,6 @@ std::string hmacSha256(const std::string& key, const std::string& data) {
   return std::string(reinterpret_cast<const char*>(digest), length);
 }
 
-Answer wireRule(const std::string& rule) { return problem(400, "wire_rule", "wire rule broken: " + rule); }
-
 std::optional<std::string> text(const json::object& body, std::string_view key) {
   const auto* value = body.if_contains(key);
   if (!value || !value->is_string()) return std::nullopt;
@@ -67,6 +65,8 @@ std::optional<std::string> nullPath(const json::value& value, const std::string&
 bool isUnsigned(const std::string& path) { return path == "/v1/auth/refresh" || path.starts_with("/v1/devices/pair/"); }
 
 }  // namespace
+
+Answer wireRule(const std::string& rule) { return problem(400, "wire_rule", "wire rule broken: " + rule); }
 
 Answer jsonAnswer(int status, const json::value& body) {
   Answer answer;
@@ -162,6 +162,10 @@ std::optional<std::string> DevBrain::wireProblem(const Request& request, const s
 std::optional<DevBrain::TakenFault> DevBrain::takeFault(const std::string& path) {
   const auto found = std::find_if(faults_.begin(), faults_.end(), [&](const Fault& f) { return f.path == path; });
   if (found == faults_.end()) return std::nullopt;
+  if (found->skip > 0) {
+    --found->skip;
+    return std::nullopt;
+  }
   Answer answer;
   answer.status = found->status;
   answer.body = found->body;
@@ -185,11 +189,34 @@ Answer DevBrain::route(const Request& request, const std::string& path, const js
   if (token->second.deviceId != header(request, "x-quarl-device")) {
     return wireRule("x-quarl-device must be the device the token was issued to");
   }
-  const auto& device = devices_.at(token->second.deviceId);
+  auto& device = devices_.at(token->second.deviceId);
   if (path == "/v1/relay/heartbeat" && request.method == "POST") return heartbeat(device, body);
+  if (path.starts_with("/v1/mac/devices/") && path.ends_with("/permissions/mode") && request.method == "PUT") {
+    return setPermissionMode(device, path, body);
+  }
   if (auto answer = desk_.route(request.method, path, body)) return *answer;
   if (auto answer = operatorDesk_.route(request.method, path, body)) return *answer;
+  if (auto answer = operatorDesk_.fileTransfer(request.method, path, request.headers, request.body)) return *answer;
   return problem(404, "not_found", "devbrain does not serve " + request.method + " " + path + ".");
+}
+
+// Like the service, a Mac may narrow its own mode; a wider one is set only from a screen.
+Answer DevBrain::setPermissionMode(const Device& device, const std::string& path, const json::object& body) {
+  static constexpr std::string_view modes[] = {"ask", "auto_read", "auto"};
+  const auto mode = text(body, "mode");
+  const auto chosen = std::find(std::begin(modes), std::end(modes), mode.value_or(""));
+  if (!mode || body.size() != 1 || chosen == std::end(modes)) {
+    return wireRule("a permission mode is {\"mode\": \"ask\" | \"auto_read\" | \"auto\"}");
+  }
+  if (path != "/v1/mac/devices/" + device.id + "/permissions/mode") {
+    return problem(404, "not_found", "This Mac is not the device in that path.");
+  }
+  auto& held = devices_.at(device.id).permissionMode;
+  if (chosen > std::find(std::begin(modes), std::end(modes), held)) {
+    return problem(403, "wider_mode", "A wider mode is set only by the owner's own press on a screen.");
+  }
+  held = *mode;
+  return jsonAnswer(200, json::object{{"mode", held}});
 }
 
 Answer DevBrain::refresh(const json::object& body) {
@@ -244,7 +271,7 @@ Answer DevBrain::pairPoll(const json::object& body) {
   return jsonAnswer(200, answer);
 }
 
-Answer DevBrain::heartbeat(const Device&, const json::object& body) {
+Answer DevBrain::heartbeat(const Device& device, const json::object& body) {
   json::object channelIds;
   json::array unmatched;
   for (const auto& channel : body.at("channels").get_array()) {
@@ -255,7 +282,10 @@ Answer DevBrain::heartbeat(const Device&, const json::object& body) {
       unmatched.emplace_back(kind);
     }
   }
-  json::object answer{{"channels", body.at("channels")}, {"waitingJobs", 0}, {"channelIds", channelIds}};
+  json::object answer{{"channels", body.at("channels")},
+                      {"waitingJobs", 0},
+                      {"channelIds", channelIds},
+                      {"macPermissionMode", device.permissionMode}};
   if (!unmatched.empty()) answer["unmatched"] = unmatched;
   return jsonAnswer(200, answer);
 }
@@ -278,6 +308,13 @@ Answer DevBrain::admin(const Request& request, const std::string& path, const js
     answer["deviceId"] = device.id;
     return jsonAnswer(200, answer);
   }
+  if (path == "/admin/devices/mode") {
+    const auto found = devices_.find(text(body, "deviceId").value_or(""));
+    const auto mode = text(body, "mode");
+    if (found == devices_.end() || !mode) return problem(400, "bad_request", "Set as {\"deviceId\", \"mode\"}.");
+    found->second.permissionMode = *mode;
+    return jsonAnswer(200, json::object{});
+  }
   if (path == "/admin/access/expire") {
     const auto deviceId = text(body, "deviceId");
     std::erase_if(accessTokens_, [&](const auto& entry) { return !deviceId || entry.second.deviceId == *deviceId; });
@@ -292,6 +329,7 @@ Answer DevBrain::admin(const Request& request, const std::string& path, const js
     if (const auto* v = body.if_contains("drop"); v && v->is_bool()) fault.drop = v->get_bool();
     if (const auto* v = body.if_contains("pass"); v && v->is_bool()) fault.pass = v->get_bool();
     if (const auto* v = body.if_contains("times"); v && v->is_int64()) fault.times = int(v->get_int64());
+    if (const auto* v = body.if_contains("skip"); v && v->is_int64()) fault.skip = int(v->get_int64());
     faults_.push_back(fault);
     return jsonAnswer(200, json::object{});
   }

@@ -36,6 +36,7 @@ struct Answer {
 
 Answer jsonAnswer(int status, const boost::json::value& body);
 Answer problem(int status, std::string_view code, std::string_view message);
+Answer wireRule(const std::string& rule);
 
 // A local stand-in of the service: the endpoints the companion calls, with real rotating
 // tokens, in-memory state, strict wire checks and an admin surface under /admin/ for tests
@@ -51,6 +52,7 @@ class DevBrain {
   struct Device {
     std::string id;
     std::string userId;
+    std::string permissionMode = "ask";
   };
   struct RefreshToken {
     std::string deviceId;
@@ -76,6 +78,7 @@ class DevBrain {
     bool drop = false;
     bool pass = false;  // the real answer, only late by `delay`
     int times = 1;
+    int skip = 0;  // requests to the path let through before the fault begins
   };
 
   Answer route(const Request& request, const std::string& path, const boost::json::object& body);
@@ -91,6 +94,7 @@ class DevBrain {
   Answer pairStart(const boost::json::object& body);
   Answer pairPoll(const boost::json::object& body);
   Answer heartbeat(const Device& device, const boost::json::object& body);
+  Answer setPermissionMode(const Device& device, const std::string& path, const boost::json::object& body);
   Answer admin(const Request& request, const std::string& path, const boost::json::object& body);
 
   boost::json::object issueTokens(const std::string& deviceId);

@@ -1,5 +1,7 @@
 #include "OperatorDesk.h"
 
+#include <openssl/evp.h>
+
 #include "DevBrain.h"
 #include "Utf16Text.h"
 #include "WireChecks.h"
@@ -16,6 +18,30 @@ constexpr std::string_view stepsPrefix = "/v1/mac/operator/steps/";
 constexpr std::string_view runsPrefix = "/v1/mac/operator/runs/";
 constexpr std::int64_t longestWait = 60;
 constexpr std::int64_t answerWithinMs = 30'000;
+constexpr std::int64_t fileMax = 200'000'000;
+
+std::string sha256Hex(const std::string& bytes) {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int length = 0;
+  EVP_Digest(bytes.data(), bytes.size(), digest, &length, EVP_sha256(), nullptr);
+  static constexpr char digits[] = "0123456789abcdef";
+  std::string text;
+  for (unsigned int i = 0; i < length; ++i) text += {digits[digest[i] >> 4], digits[digest[i] & 15]};
+  return text;
+}
+
+std::optional<std::int64_t> decimalHeader(const std::map<std::string, std::string>& headers, const std::string& name) {
+  const auto found = headers.find(name);
+  if (found == headers.end() || found->second.empty() || found->second.size() > 15 ||
+      found->second.find_first_not_of("0123456789") != std::string::npos) {
+    return std::nullopt;
+  }
+  return std::stoll(found->second);
+}
+
+bool isDigest(const std::string& text) {
+  return text.size() == 64 && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
 
 // The id between `prefix` and `suffix` of `path`; none when the path is not of that shape.
 std::optional<std::string> idBetween(const std::string& path, std::string_view prefix, std::string_view suffix) {
@@ -169,6 +195,16 @@ Answer OperatorDesk::stopped(const std::string& runId, const json::object& body)
 std::optional<Answer> OperatorDesk::admin(const std::string& method, const std::string& path, const json::object& body) {
   if (path == "/admin/operator/results") return jsonAnswer(200, results_);
   if (path == "/admin/operator/stops") return jsonAnswer(200, stops_);
+  if (path == "/admin/operator/files") {
+    json::array files;
+    for (const auto& [stepId, transfer] : transfers_) {
+      auto state = stateOf(transfer);
+      state["stepId"] = stepId;
+      state["sha256"] = sha256Hex(transfer.bytes);
+      files.push_back(std::move(state));
+    }
+    return jsonAnswer(200, files);
+  }
   if (path == "/admin/operator/steps" && method == "POST") return queueStep(body);
   if (path == "/admin/operator/stop" && method == "POST") return queueStop(body);
   return std::nullopt;
@@ -176,14 +212,16 @@ std::optional<Answer> OperatorDesk::admin(const std::string& method, const std::
 
 Answer OperatorDesk::queueStep(const json::object& body) {
   if (!isText(body, "runId") || !body.contains("step")) {
-    return problem(400, "bad_request", "A step is queued as {\"runId\", \"step\", \"permit\"?}.");
+    return problem(400, "bad_request", "A step is queued as {\"runId\", \"step\", \"permit\"?, \"pressed\"?}.");
   }
   const auto stepId = "step-" + std::to_string(++counter_);
   const std::string runId(body.at("runId").as_string());
   json::object answer{{"kind", "step"},           {"runId", runId},      {"stepId", stepId}, {"step", body.at("step")},
                       {"ordinal", ++ordinal_},    {"answerWithinMs", answerWithinMs}};
   if (const auto* permit = body.if_contains("permit")) answer["permit"] = *permit;
-  steps_[stepId] = Step{runId, false};
+  if (const auto* pressed = body.if_contains("pressed")) answer["pressed"] = *pressed;
+  const auto* kind = body.at("step").is_object() ? body.at("step").get_object().if_contains("kind") : nullptr;
+  steps_[stepId] = Step{runId, false, kind && *kind == "send_file"};
   queue_.push_back(std::move(answer));
   changed();
   return jsonAnswer(200, json::object{{"stepId", stepId}});
@@ -198,6 +236,62 @@ Answer OperatorDesk::queueStop(const json::object& body) {
 
 void OperatorDesk::applySettings(const json::object& body) {
   if (const auto* v = body.if_contains("operatorHoldMs"); v && v->is_int64()) holdLimit_ = milliseconds(v->get_int64());
+  if (const auto* v = body.if_contains("fileChunkTakeMax"); v && v->is_int64()) chunkTakeMax_ = v->get_int64();
+}
+
+std::optional<Answer> OperatorDesk::fileTransfer(const std::string& method, const std::string& path,
+                                                const std::map<std::string, std::string>& headers,
+                                                const std::string& bytes) {
+  const auto stepId = idBetween(path, stepsPrefix, "/file");
+  if (!stepId || (method != "GET" && method != "PUT")) return std::nullopt;
+  const auto step = steps_.find(*stepId);
+  if (step == steps_.end() || !step->second.bringsFile) {
+    return problem(404, "not_found", "No step " + *stepId + " brings a file.");
+  }
+  if (method == "GET") return jsonAnswer(200, stateOf(transfers_[*stepId]));
+  return takeChunk(*stepId, headers, bytes);
+}
+
+// Like the service: a chunk that does not start where the held bytes end is answered 409 with
+// the state to go on from; the whole file is checked against its digest when the last byte
+// arrives, and a file that does not match is dropped.
+Answer OperatorDesk::takeChunk(const std::string& stepId, const std::map<std::string, std::string>& headers,
+                               const std::string& bytes) {
+  const auto offset = decimalHeader(headers, "x-quarl-offset");
+  const auto total = decimalHeader(headers, "x-quarl-total");
+  const auto digest = headers.contains("x-quarl-sha256") ? headers.at("x-quarl-sha256") : std::string();
+  const auto type = headers.contains("content-type") ? headers.at("content-type") : std::string();
+  if (!offset || !total || !isDigest(digest) || type != "application/octet-stream") {
+    return wireRule("a chunk is application/octet-stream with x-quarl-offset, x-quarl-total and a lower-case "
+                    "hexadecimal x-quarl-sha256");
+  }
+  if (*offset + static_cast<std::int64_t>(bytes.size()) > *total) return wireRule("a chunk ends past x-quarl-total");
+  if (*total > fileMax) return problem(413, "too_large", "That file is larger than Quarl takes from a Mac.");
+  auto& transfer = transfers_[stepId];
+  const auto held = static_cast<std::int64_t>(transfer.bytes.size());
+  if (transfer.complete || *offset != held || (transfer.total && *transfer.total != *total) ||
+      (transfer.sha256 && *transfer.sha256 != digest)) {
+    return jsonAnswer(409, stateOf(transfer));
+  }
+  transfer.total = *total;
+  transfer.sha256 = digest;
+  const auto take = chunkTakeMax_ ? std::min<std::size_t>(bytes.size(), static_cast<std::size_t>(*chunkTakeMax_))
+                                  : bytes.size();
+  transfer.bytes.append(bytes, 0, take);
+  if (static_cast<std::int64_t>(transfer.bytes.size()) == *total) {
+    if (sha256Hex(transfer.bytes) != digest) {
+      transfer = Transfer{};
+      return problem(422, "digest_mismatch", "the bytes do not match their SHA-256");
+    }
+    transfer.complete = true;
+  }
+  return jsonAnswer(200, stateOf(transfer));
+}
+
+json::object OperatorDesk::stateOf(const Transfer& transfer) {
+  json::object state{{"received", static_cast<std::int64_t>(transfer.bytes.size())}, {"complete", transfer.complete}};
+  if (transfer.total) state["total"] = *transfer.total;
+  return state;
 }
 
 void OperatorDesk::changed() const {

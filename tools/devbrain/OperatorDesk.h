@@ -29,7 +29,13 @@ class OperatorDesk {
                                          const boost::json::object* body) const;
   std::optional<Answer> route(const std::string& method, const std::string& path, const boost::json::object& body);
   std::optional<Answer> admin(const std::string& method, const std::string& path, const boost::json::object& body);
-  // The desk's part of /admin/settings: "operatorHoldMs" caps how long a poll is held.
+  // The file a "send_file" step brings: its state, and its chunks as raw bytes with the headers
+  // x-quarl-offset, x-quarl-total and x-quarl-sha256. None when the path is not a step's file.
+  std::optional<Answer> fileTransfer(const std::string& method, const std::string& path,
+                                     const std::map<std::string, std::string>& headers, const std::string& bytes);
+  // The desk's part of /admin/settings: "operatorHoldMs" caps how long a poll is held;
+  // "fileChunkTakeMax" makes it keep only that many bytes of each chunk, as a service under
+  // strain may, so that the Mac goes on from what was taken.
   void applySettings(const boost::json::object& body);
   // Called whenever a held poll may now have an answer: something was queued, or a newer poll
   // came.
@@ -39,6 +45,13 @@ class OperatorDesk {
   struct Step {
     std::string runId;
     bool answered = false;
+    bool bringsFile = false;  // a "send_file" step
+  };
+  struct Transfer {
+    std::string bytes;
+    std::optional<std::int64_t> total;
+    std::optional<std::string> sha256;
+    bool complete = false;
   };
 
   Answer poll(const boost::json::object& body);
@@ -49,6 +62,8 @@ class OperatorDesk {
   Answer stopped(const std::string& runId, const boost::json::object& body);
   Answer queueStep(const boost::json::object& body);
   Answer queueStop(const boost::json::object& body);
+  Answer takeChunk(const std::string& stepId, const std::map<std::string, std::string>& headers, const std::string& bytes);
+  static boost::json::object stateOf(const Transfer& transfer);
   void changed() const;
 
   std::deque<boost::json::object> queue_;  // poll answers waiting: steps and stops
@@ -57,6 +72,8 @@ class OperatorDesk {
   std::optional<std::string> liveRunId_;
   std::uint64_t pollGeneration_ = 0;
   std::optional<std::chrono::milliseconds> holdLimit_;
+  std::map<std::string, Transfer> transfers_;  // by step id
+  std::optional<std::int64_t> chunkTakeMax_;
   boost::json::array results_;
   boost::json::array stops_;
   std::int64_t ordinal_ = 0;

@@ -240,6 +240,15 @@ asio::awaitable<BrainClient::Result<BrainClient::RawAnswer>> BrainClient::operat
                           std::move(headers));
 }
 
+asio::awaitable<BrainClient::Result<BrainClient::RawAnswer>> BrainClient::setPermissionMode(std::string deviceId,
+                                                                                        std::string mode) {
+  auto text = json::serialize(json::object{{"mode", std::move(mode)}});
+  std::optional<std::string> contentType = std::string(jsonContentType);
+  HttpHeaders none;
+  co_return co_await send(QuarlEndpoint::setPermissionMode(deviceId), std::move(text), std::move(contentType),
+                          std::move(none));
+}
+
 asio::awaitable<BrainClient::Result<OperatorNextAnswer>> BrainClient::nextOperatorStep(
     std::int64_t wait, std::optional<std::string> holding, std::vector<std::string> can) {
   auto body = nextOperatorStepBody(wait, holding, can);

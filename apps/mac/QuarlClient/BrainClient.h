@@ -88,6 +88,11 @@ class BrainClient {
   boost::asio::awaitable<Result<RawAnswer>> operatorFileChunk(std::string stepId, std::int64_t offset,
                                                               std::int64_t total, std::string sha256, std::string bytes);
 
+  // Sets this Mac's permission mode (its raw value: "ask", "auto_read" or "auto") on the
+  // service; the status and body as they came. The service sets a wider mode only at the
+  // owner's own press on a screen, so the Mac asks only for narrower ones.
+  boost::asio::awaitable<Result<RawAnswer>> setPermissionMode(std::string deviceId, std::string mode);
+
   // The next operator step, held by the service up to `wait` seconds.
   boost::asio::awaitable<Result<OperatorNextAnswer>> nextOperatorStep(std::int64_t wait,
                                                                       std::optional<std::string> holding,

@@ -65,6 +65,7 @@ asio::awaitable<FileUploader::Result<FileUploader::Uploaded>> FileUploader::uplo
 
   auto state = co_await transport.uploadState(stepId);
   int stalled = 0;
+  int interrupted = 0;
   for (;;) {
     if (!state) co_return state.error();
     const auto held = state->received;
@@ -82,6 +83,13 @@ asio::awaitable<FileUploader::Result<FileUploader::Uploaded>> FileUploader::uplo
     co_await runOnWorker([&] { bytes = readSlice(path, held, length); });
     if (!bytes) co_return FileUploadFailure(Kind::unreadable);
     auto next = co_await transport.uploadChunk(stepId, held, total, sha256, std::move(*bytes));
+    // A chunk lost on the way (the connection broke, the service was briefly unwell) is not
+    // the end: the service says what it holds, and the bytes go on from there.
+    if (!next && next.error().kind() == Kind::other && interrupted++ < interruptionsMax) {
+      state = co_await transport.uploadState(stepId);
+      continue;
+    }
+    if (next) interrupted = 0;
     if (next && !next->complete && next->received <= held) {
       if (++stalled > stalls) co_return FileUploadFailure(Kind::stalled, {}, next->sentence);
     } else {

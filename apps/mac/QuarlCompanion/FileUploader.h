@@ -15,6 +15,8 @@ struct FileUploader {
   static constexpr std::size_t chunkMax = 4'194'304;
   // How many answers in a row may leave the service's count where it was before giving up.
   static constexpr int defaultStalls = 3;
+  // How many chunks in a row may be lost on the way before giving up.
+  static constexpr int interruptionsMax = 3;
 
   struct Digest {
     std::string sha256;  // lower-case hex
@@ -32,7 +34,8 @@ struct FileUploader {
   static Result<Digest> digest(const std::string& path, std::size_t chunk);
 
   // Digest first, then the service's state, then the chunks from its `received` offset until it
-  // says the file is complete. File reads run on a worker.
+  // says the file is complete; after a chunk lost on the way, the state again and on from there.
+  // File reads run on a worker.
   static boost::asio::awaitable<Result<Uploaded>> upload(std::string path, std::string stepId,
                                                          UploadTransport& transport, std::size_t chunk = chunkMax,
                                                          int stalls = defaultStalls);

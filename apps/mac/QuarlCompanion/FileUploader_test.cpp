@@ -23,6 +23,7 @@ class ServiceStandIn final : public UploadTransport {
                                       std::string bytes) override {
     offsets.push_back(offset);
     sizes.push_back(bytes.size());
+    if (losses.contains(offsets.size())) co_return FileUploadFailure(Kind::other);
     shas.insert(sha256);
     if (takeAtMost && held.size() >= *takeAtMost) co_return current();
     if (offset != static_cast<std::int64_t>(held.size())) co_return current();
@@ -45,6 +46,7 @@ class ServiceStandIn final : public UploadTransport {
   std::vector<std::int64_t> offsets;
   std::vector<std::size_t> sizes;
   std::set<std::string> shas;
+  std::set<std::size_t> losses;  // which chunk calls (counted from 1) are lost on the way
 };
 
 class FileUploaderTest : public ::testing::Test {
@@ -85,6 +87,16 @@ TEST_F(FileUploaderTest, SendsCheckedChunksAndResumesFromWhatTheServiceHolds) {
   ASSERT_TRUE(upload(resumed, 4096));
   EXPECT_EQ(resumed.offsets, (std::vector<std::int64_t>{6000})) << "a restart goes on from the service's count";
   EXPECT_EQ(resumed.held, contents_);
+
+  ServiceStandIn lossy;
+  lossy.losses = {2, 4, 5};
+  ASSERT_TRUE(upload(lossy, 4096));
+  EXPECT_EQ(lossy.offsets, (std::vector<std::int64_t>{0, 4096, 4096, 8192, 8192, 8192})) << "lost chunks are sent again";
+  EXPECT_EQ(lossy.held, contents_);
+  ServiceStandIn down;
+  down.losses = {1, 2, 3, 4};
+  EXPECT_EQ(upload(down, 4096).error().description(), "That file could not be brought back.");
+  EXPECT_EQ(down.offsets.size(), 4u) << "three losses in a row are retried, the fourth ends it";
 }
 
 TEST_F(FileUploaderTest, StallsDisagreementsAndAnEndWithoutCompletionAreEachTheirOwnFailure) {
