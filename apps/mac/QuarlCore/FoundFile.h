@@ -9,10 +9,12 @@
 namespace quarl {
 
 // Which file a path named when it was found: the same path holding another file later is not
-// this file.
+// this file, even when the volume gives the new one the old one's inode number, because it was
+// born at another moment.
 struct FileIdentity {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
+  std::int64_t bornNs = 0;  // since the epoch; 0 where the volume does not keep it
   friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 };
 

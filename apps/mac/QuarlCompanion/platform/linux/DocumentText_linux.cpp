@@ -5,7 +5,6 @@
 #include <poppler-global.h>
 #include <poppler-page.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <zip.h>
 
@@ -15,6 +14,7 @@
 #include <memory>
 
 #include "FileReadPolicy.h"
+#include "FileStatus_linux.h"
 #include "FileText.h"
 #include "JsonFields.h"
 #include "OperatorStepOutcome.h"
@@ -126,19 +126,16 @@ std::optional<std::string> zipPart(const std::string& bytes, const char* name) {
 
 DocumentText extractDocumentText(const std::string& path, FileIdentity identity) {
   Descriptor file{::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK)};
-  struct stat status {};
-  if (file.fd < 0 || ::fstat(file.fd, &status) != 0 || !S_ISREG(status.st_mode) ||
-      FileIdentity{static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)} != identity) {
-    return failure(FileReadPolicy::movedSinceFound);
-  }
+  const auto status = file.fd < 0 ? std::nullopt : plainFileOn(file.fd);
+  if (!status || status->identity != identity) return failure(FileReadPolicy::movedSinceFound);
   const auto form = FileText::formOf(path);
   if (form == FileText::Form::other) return failure(FileText::documentUnreadable);
   if (form == FileText::Form::plain) {
     const auto bytes = readUpTo(file.fd, plainReadMax);
     if (!bytes) return failure(FileText::fileUnreadable);
-    return cutToAnswer(FileText::fromPlain(*bytes), status.st_size > plainReadMax);
+    return cutToAnswer(FileText::fromPlain(*bytes), status->bytes > plainReadMax);
   }
-  if (status.st_size > documentReadMax) return failure(FileText::documentUnreadable);
+  if (status->bytes > documentReadMax) return failure(FileText::documentUnreadable);
   const auto bytes = readUpTo(file.fd, documentReadMax);
   if (!bytes) return failure(FileText::fileUnreadable);
   switch (form) {
@@ -190,8 +187,8 @@ DocumentText documentTextFromJson(std::string_view text) {
 }
 
 int extractTextCommand(int argc, char** argv) {
-  if (argc != 5) {
-    std::cerr << "usage: quarl-companion extract-text DEVICE INODE PATH" << std::endl;
+  if (argc != 6) {
+    std::cerr << "usage: quarl-companion extract-text DEVICE INODE BORN PATH" << std::endl;
     return 2;
   }
   const rlimit cpu{30, 31};
@@ -201,8 +198,8 @@ int extractTextCommand(int argc, char** argv) {
   const rlimit memory{2'000'000'000, 2'000'000'000};
   ::setrlimit(RLIMIT_AS, &memory);
 #endif
-  const FileIdentity identity{std::stoull(argv[2]), std::stoull(argv[3])};
-  std::cout << documentTextJson(extractDocumentText(argv[4], identity)) << std::flush;
+  const FileIdentity identity{std::stoull(argv[2]), std::stoull(argv[3]), std::stoll(argv[4])};
+  std::cout << documentTextJson(extractDocumentText(argv[5], identity)) << std::flush;
   return 0;
 }
 

@@ -18,7 +18,7 @@ DocumentText extractDocumentText(const std::string& path, FileIdentity identity)
 std::string documentTextJson(const DocumentText& text);
 DocumentText documentTextFromJson(std::string_view json);
 
-// `quarl-companion extract-text DEVICE INODE PATH`: extracts in a process of its own, under
+// `quarl-companion extract-text DEVICE INODE BORN PATH`: extracts in a process of its own, under
 // limits of processor time and memory, and prints the reading as JSON. The parent ends it if
 // it takes too long, so a hostile document cannot hang a step.
 int extractTextCommand(int argc, char** argv);

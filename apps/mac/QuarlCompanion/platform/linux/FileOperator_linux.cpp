@@ -1,7 +1,6 @@
 #include "FileOperator_linux.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -10,6 +9,7 @@
 #include "ChildProcess.h"
 #include "DocumentText_linux.h"
 #include "FileReadPolicy.h"
+#include "FileStatus_linux.h"
 #include "FileText.h"
 #include "FolderAccess.h"
 #include "MacPermissionPolicy.h"
@@ -57,16 +57,15 @@ LinuxFileOperator::LinuxFileOperator(const std::string& home, DocumentReader rea
 std::optional<FoundFile> LinuxFileOperator::found(const std::string& entry, const std::string& name) const {
   auto path = realPath(entry);
   if (!path) return std::nullopt;
-  struct stat status {};
-  if (::lstat(path->c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  const auto status = plainFileAt(*path);
+  if (!status) return std::nullopt;
   FoundFile file;
   file.name = repairedUtf8(name);
   file.folder = FolderAccess::folderKind(*path, home_);
-  file.bytes = status.st_size;
-  file.modifiedAt = SystemTime(duration_cast<system_clock::duration>(seconds(status.st_mtim.tv_sec) +
-                                                                      nanoseconds(status.st_mtim.tv_nsec)));
+  file.bytes = status->bytes;
+  file.modifiedAt = status->modifiedAt;
   file.path = std::move(*path);
-  file.identity = {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)};
+  file.identity = status->identity;
   return file;
 }
 
@@ -129,10 +128,9 @@ std::vector<FoundFile> LinuxFileOperator::listFolder(const std::string& resolved
 }
 
 std::optional<MacFileOperator::Present> LinuxFileOperator::present(const std::string& path) {
-  struct stat status {};
-  if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-  return Present{{static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)},
-                 status.st_size};
+  const auto status = plainFileAt(path);
+  if (!status) return std::nullopt;
+  return Present{status->identity, status->bytes};
 }
 
 boost::asio::awaitable<FileUploader::Result<FileUploader::Uploaded>> LinuxFileOperator::upload(
@@ -140,10 +138,8 @@ boost::asio::awaitable<FileUploader::Result<FileUploader::Uploaded>> LinuxFileOp
   // The chunks are read through this descriptor's /proc name, so every read is of the file
   // that was checked here, whatever is put at its path meanwhile.
   Descriptor opened{::open(file.path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK)};
-  struct stat status {};
-  if (opened.fd < 0 || ::fstat(opened.fd, &status) != 0 || !S_ISREG(status.st_mode) ||
-      FileIdentity{static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)} !=
-          file.identity) {
+  const auto status = opened.fd < 0 ? std::nullopt : plainFileOn(opened.fd);
+  if (!status || status->identity != file.identity) {
     co_return FileUploadFailure(FileUploadFailure::Kind::moved);
   }
   const auto name = "/proc/self/fd/" + std::to_string(opened.fd);
@@ -159,7 +155,8 @@ LinuxFileOperator::DocumentReader LinuxFileOperator::readerInChild(std::string e
   return [executable = std::move(executable), timeout](const FoundFile& file) {
     const auto outcome = runChild(executable,
                                   {"extract-text", std::to_string(file.identity.device),
-                                   std::to_string(file.identity.inode), file.path},
+                                   std::to_string(file.identity.inode), std::to_string(file.identity.bornNs),
+                                   file.path},
                                   "", timeout, milliseconds(500));
     if (!outcome.started || outcome.timedOut || outcome.exitCode != 0) {
       return DocumentText{{}, false, {}, {}, std::string(FileText::documentUnreadable)};

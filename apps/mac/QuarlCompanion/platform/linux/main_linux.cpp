@@ -6,7 +6,7 @@
 //                             stops the operator run of the running host, as the menu does on a Mac
 //   quarl-companion operator on|off
 //                             switches operator mode, in the running host or for its next start
-//   quarl-companion extract-text DEVICE INODE PATH
+//   quarl-companion extract-text DEVICE INODE BORN PATH
 //                             the text of one found document, as JSON; the host runs it as a child
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
