@@ -98,11 +98,14 @@ Answer DevBrain::handle(const Request& request) {
 
   json::object headers;
   for (const auto& [name, value] : request.headers) headers[name] = value;
-  requestLog_.push_back(json::object{
-      {"method", request.method}, {"path", path}, {"target", request.target}, {"headers", headers}, {"body", request.body}});
-
-  // Raw uploads carry bytes, not JSON; every other body must be a JSON object.
+  // Raw uploads carry bytes, not JSON; every other body must be a JSON object. The log keeps
+  // only the length of raw bytes, which are no text.
   const bool rawBody = header(request, "content-type") != "application/json";
+  json::object logged{{"method", request.method}, {"path", path}, {"target", request.target}, {"headers", headers}};
+  if (rawBody && !request.body.empty()) logged["bodyBytes"] = request.body.size();
+  else logged["body"] = request.body;
+  requestLog_.push_back(std::move(logged));
+
   if (!bodyProblem.empty() && !rawBody) return wireRule(bodyProblem);
   if (auto rule = wireProblem(request, path, rawBody ? std::nullopt : body)) return wireRule(*rule);
   auto fault = takeFault(path);

@@ -137,10 +137,15 @@ std::string FileText::fromHtml(std::string_view html) {
   static const regex comments(R"(<!--[\s\S]*?-->)");
   static const regex scriptsAndStyles(R"(<(script|style)[^>]*>[\s\S]*?</\1>)", regex::icase);
   static const regex lineEnds(R"(<br\s*/?>|</p>|</div>|</li>)", regex::icase);
+  // Beyond those, the ends of headings and other blocks start a new line too, so that text
+  // from two blocks never runs together.
+  static const regex blockEnds(R"(</(h[1-6]|tr|table|section|article|header|footer|blockquote|pre|ul|ol|dt|dd|title)\s*>)",
+                               regex::icase);
   static const regex tags(R"(<[^>]*>)");
   auto text = boost::regex_replace(repairedUtf8(html), comments, "");
   text = boost::regex_replace(text, scriptsAndStyles, "");
   text = boost::regex_replace(text, lineEnds, "\n");
+  text = boost::regex_replace(text, blockEnds, "\n");
   text = boost::regex_replace(text, tags, "");
   std::string decoded;
   appendDecoded(decoded, text);

@@ -277,18 +277,33 @@ TEST_F(BrainClientAgainstDevBrain, OperatorCallsCarryTheirBodiesAndReadTheServic
   EXPECT_EQ(admin_.get("/admin/operator/stops"), json::parse(R"([{"runId":"run-1","by":"menu"}])"));
 }
 
-TEST_F(BrainClientAgainstDevBrain, StepFileCallsAreSignedAndReachTheirPaths) {
-  auto brain = client(newDevice());
-  // devbrain does not serve step files yet: each call must still arrive, signed, where it belongs.
-  EXPECT_EQ(run(brain->operatorFileState("step-1"))->status, 404);
-  EXPECT_EQ(run(brain->operatorFileChunk("step-1", 0, 3, "abc", "xyz"))->status, 404);
+TEST_F(BrainClientAgainstDevBrain, StepFilesArriveInCheckedChunksAndTheModeIsOnlyNarrowedFromTheMac) {
+  const auto device = newDevice();
+  auto brain = client(device);
+  const auto stepId = admin_.post("/admin/operator/steps", {{"runId", "run-1"}, {"step", {{"kind", "send_file"}, {"ref", "file-12345678"}}}})
+                          .at("stepId").as_string();
+  const std::string id(stepId);
+  // SHA-256 of "xyz".
+  const std::string digest = "3608bca1e44ea6c4d268eb6db02260269892c0b42b86bbf1e77a6fa16c3c9282";
+  EXPECT_EQ(run(brain->operatorFileState(id))->body, R"({"received":0,"complete":false})");
+  EXPECT_EQ(run(brain->operatorFileChunk(id, 0, 3, "abc", "xyz"))->status, 400) << "a digest is 64 hex digits";
+  EXPECT_EQ(run(brain->operatorFileChunk(id, 1, 3, digest, "yz"))->body, R"({"received":0,"complete":false})");
+  const auto done = run(brain->operatorFileChunk(id, 0, 3, digest, "xyz"));
+  EXPECT_EQ(done->status, 200);
+  EXPECT_EQ(done->body, R"({"received":3,"complete":true,"total":3})");
+  EXPECT_EQ(run(brain->operatorFileChunk(id, 3, 3, digest, ""))->status, 409);
+  EXPECT_EQ(run(brain->operatorFileState("step-404"))->status, 404);
   const auto requests = admin_.requests();
-  std::vector<std::string> paths;
-  for (const auto& request : requests) paths.emplace_back(request.at("path").as_string());
-  EXPECT_EQ(paths, (std::vector<std::string>{"/v1/mac/operator/steps/step-1/file", "/v1/mac/operator/steps/step-1/file"}));
   EXPECT_EQ(requests[1].at("headers").at("x-quarl-offset"), "0");
   EXPECT_EQ(requests[1].at("headers").at("x-quarl-sha256"), "abc");
-  EXPECT_EQ(requests[1].at("body"), "xyz");
+  EXPECT_EQ(requests[1].at("bodyBytes"), 3);
+
+  EXPECT_EQ(run(brain->setPermissionMode(device.deviceId, "auto"))->status, 403) << "a wider mode is set from a screen";
+  admin_.post("/admin/devices/mode", {{"deviceId", device.deviceId}, {"mode", "auto"}});
+  const auto narrowed = run(brain->setPermissionMode(device.deviceId, "auto_read"));
+  EXPECT_EQ(narrowed->status, 200);
+  EXPECT_EQ(narrowed->body, R"({"mode":"auto_read"})");
+  EXPECT_EQ(run(brain->setPermissionMode(device.deviceId, "everything"))->status, 400);
 }
 
 }  // namespace

@@ -11,8 +11,10 @@
 #include <thread>
 
 #include "../support/DevBrainAdmin.h"
+#include "../support/Documents.h"
 #include "../support/FileContents.h"
 #include "../support/HostHome.h"
+#include "FileUploader.h"
 
 namespace quarl {
 namespace {
@@ -24,7 +26,7 @@ using namespace std::chrono;
 using ::testing::HasSubstr;
 
 constexpr std::string_view notUnderstood = "This Mac does not know that step, so it did nothing.";
-constexpr std::string_view notYet = "This Mac cannot do that kind of step yet, so nothing was done.";
+constexpr std::string_view noWords = "That search has no words Quarl can look for.";
 constexpr std::string_view stoppedHere = "You stopped Quarl on the Mac, so this step did not run.";
 
 // quarl-companion running against devbrain, signed in, with operator mode switched on; devbrain
@@ -67,8 +69,10 @@ class OperatorAgainstDevBrain : public ::testing::Test {
     return done();
   }
 
-  std::string queueStep(const std::string& runId, const json::value& step) {
-    return std::string(admin_.post("/admin/operator/steps", {{"runId", runId}, {"step", step}}).at("stepId").as_string());
+  std::string queueStep(const std::string& runId, const json::value& step, const json::value& permit = nullptr) {
+    json::object body{{"runId", runId}, {"step", step}};
+    if (!permit.is_null()) body["permit"] = permit;
+    return std::string(admin_.post("/admin/operator/steps", body).at("stepId").as_string());
   }
   // The outcome the host posted for `stepId`, once it has.
   json::object resultOf(const std::string& stepId) {
@@ -100,7 +104,8 @@ class OperatorAgainstDevBrain : public ::testing::Test {
   testing::HostHome::Run operatorStop() { return home_.run({"operator-stop"}, home_.environment()); }
   static std::string stoppedPath(const std::string& runId) { return "/v1/mac/operator/runs/" + runId + "/stopped"; }
 
-  const json::value listFiles = json::parse(R"({"kind":"list_files","query":"tax"})");
+  // A step every host refuses, and only once it has admitted it: a search with no words.
+  const json::value listFiles = json::parse(R"({"kind":"list_files","query":"***"})");
   testing::DevBrainProcess brain_;
   testing::DevBrainAdmin admin_;
   testing::HostHome home_;
@@ -110,9 +115,9 @@ class OperatorAgainstDevBrain : public ::testing::Test {
 TEST_F(OperatorAgainstDevBrain, EveryStepIsAnsweredAndARunTheOwnerStoppedStaysStopped) {
   startHost();
   EXPECT_EQ(refusalOf("run-1", json::parse(R"({"kind":"look","app":"Safari","extra":1})")), notUnderstood);
-  EXPECT_EQ(refusalOf("run-1", listFiles), notYet);
-  EXPECT_TRUE(admin_.lastBodyTo("/v1/mac/operator/next").at("can").as_array().empty())
-      << "a class this host cannot carry out is not advertised";
+  EXPECT_EQ(refusalOf("run-1", listFiles), noWords);
+  EXPECT_EQ(admin_.lastBodyTo("/v1/mac/operator/next").at("can"), json::array{"files"})
+      << "files is the one class this host carries out";
   EXPECT_THAT(testing::fileContents(hostLog()),
               HasSubstr("Quarl is operating this computer (run run-1). To stop it, run: quarl-companion operator-stop"));
 
@@ -120,7 +125,7 @@ TEST_F(OperatorAgainstDevBrain, EveryStepIsAnsweredAndARunTheOwnerStoppedStaysSt
   EXPECT_EQ(stopped.code, 0) << stopped.log;
   EXPECT_TRUE(eventually([&] { return stoppedBy("run-1") == "menu"; }));
 
-  EXPECT_EQ(refusalOf("run-2", listFiles), notYet);
+  EXPECT_EQ(refusalOf("run-2", listFiles), noWords);
   EXPECT_EQ(refusalOf("run-1", listFiles), stoppedHere) << "even with another run live";
   EXPECT_EQ(refusalOf("run-1", json::parse(R"({"kind":"list_apps","extra":true})")), notUnderstood);
 
@@ -169,7 +174,7 @@ TEST_F(OperatorAgainstDevBrain, TheOwnersSwitchEndsALiveRunAndTheOperatorsPolls)
   EXPECT_EQ(admin_.requestsTo("/v1/mac/operator/next"), 0);
 
   EXPECT_EQ(home_.run({"operator", "on"}, home_.environment()).code, 0);
-  EXPECT_EQ(refusalOf("run-1", listFiles), notYet);
+  EXPECT_EQ(refusalOf("run-1", listFiles), noWords);
   const auto switchedOff = home_.run({"operator", "off"}, home_.environment());
   EXPECT_EQ(switchedOff.code, 0);
   EXPECT_TRUE(eventually([&] { return stoppedBy("run-1") == "conditions"; }));
@@ -179,6 +184,76 @@ TEST_F(OperatorAgainstDevBrain, TheOwnersSwitchEndsALiveRunAndTheOperatorsPolls)
   EXPECT_EQ(json::parse(testing::fileContents(home_.config() / "defaults.json")).at("QuarlOperatorAllowed"), false);
   EXPECT_EQ(admin_.lastBodyTo("/v1/relay/heartbeat").at("operator").at("switchOn"), false)
       << "the service hears of the switch at once";
+}
+
+}  // namespace
+}  // namespace quarl
+
+namespace quarl {
+namespace {
+
+void write(const fs::path& path, const std::string& contents) {
+  fs::create_directories(path.parent_path());
+  std::ofstream(path, std::ios::binary) << contents;
+}
+
+TEST_F(OperatorAgainstDevBrain, FilesAreFoundReadAndBroughtBackInCheckedChunks) {
+  write(home_.path() / "Documents/Tax notes.txt", "The tax return for 2025 is due in April.");
+  write(home_.path() / "Documents/Tax summary.pdf", testing::pdfWithPages({{"Summary of taxes"}, {"Owed: 0"}}));
+  write(home_.path() / "Desktop/tax page.html", "<h1>Refund</h1><script>track()</script><p>arrives soon</p>");
+  write(home_.path() / ".ssh/tax.md", "secret");
+  fs::create_symlink(home_.path() / ".ssh/tax.md", home_.path() / "Documents/tax keys.md");
+  std::string scan;
+  for (std::int64_t i = 0; i < 300'000; ++i) scan += static_cast<char>((i * 7919) % 251);
+  write(home_.path() / "Downloads/Tax scan.pdf", scan);
+  admin_.post("/admin/settings", {{"fileChunkTakeMax", 100'000}});
+  startHost();
+
+  const auto listed = resultOf(queueStep("run-f", json::parse(R"({"kind":"list_files","query":"TAX"})")));
+  std::map<std::string, std::string> refs;
+  for (const auto& file : listed.at("result").at("files").as_array()) {
+    refs[std::string(file.at("name").as_string())] = std::string(file.at("ref").as_string());
+  }
+  ASSERT_EQ(refs.size(), 5u) << json::serialize(listed);
+  const auto read = [&](const std::string& name, const json::value& permit) {
+    return resultOf(queueStep("run-f", json::object{{"kind", "read_file"}, {"ref", refs[name]}}, permit));
+  };
+  const json::value autoRead = json::parse(R"({"mode":"auto_read"})");
+  EXPECT_EQ(read("Tax notes.txt", autoRead).at("result").at("text"), "The tax return for 2025 is due in April.");
+  EXPECT_EQ(read("Tax summary.pdf", autoRead).at("result").at("text"), "Summary of taxes\n\nOwed: 0")
+      << "read by poppler in a child process";
+  EXPECT_EQ(read("tax page.html", autoRead).at("result").at("text"), "Refund\narrives soon");
+  EXPECT_EQ(read("tax keys.md", autoRead).at("reason"),
+            "Quarl never reads keys, passwords or secrets on the Mac, so it did not open that file.");
+  const auto held = read("Tax notes.txt", nullptr);
+  EXPECT_EQ(held.at("outcome"), "needs_press");
+  EXPECT_EQ(held.at("sentence"), "Let Quarl read Documents?");
+
+  // devbrain keeps 100,000 bytes of each chunk, and the connection of the third chunk breaks:
+  // the Mac asks what arrived and goes on from there.
+  const auto probe = queueStep("run-f", listFiles);  // tells the id the next step will get
+  resultOf(probe);
+  const auto sendId = "step-" + std::to_string(std::stoi(probe.substr(5)) + 1);
+  const auto filePath = "/v1/mac/operator/steps/" + sendId + "/file";
+  admin_.post("/admin/faults", {{"path", filePath}, {"drop", true}, {"skip", 3}});
+  EXPECT_EQ(queueStep("run-f", json::object{{"kind", "send_file"}, {"ref", refs["Tax scan.pdf"]}}), sendId);
+  const auto sent = resultOf(sendId);
+  ASSERT_EQ(sent.at("outcome"), "done") << json::serialize(sent) << testing::fileContents(hostLog());
+  const auto expected = FileUploader::digest((home_.path() / "Downloads/Tax scan.pdf").string(), 65536);
+  EXPECT_EQ(sent.at("result").at("bytes"), 300'000);
+  EXPECT_EQ(sent.at("result").at("sha256"), expected->sha256.c_str());
+  const auto files = admin_.get("/admin/operator/files").as_array();
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_EQ(files[0].at("sha256"), expected->sha256.c_str()) << "the bytes that arrived are the file's";
+  EXPECT_EQ(files[0].at("complete"), true);
+  std::vector<std::string> offsets;
+  for (const auto& request : admin_.requests()) {
+    if (request.at("path") == filePath.c_str() && request.at("method") == "PUT") {
+      offsets.emplace_back(request.at("headers").at("x-quarl-offset").as_string());
+    }
+  }
+  EXPECT_EQ(offsets, (std::vector<std::string>{"0", "100000", "200000", "200000"}))
+      << "the broken chunk is sent again from what the service holds";
 }
 
 }  // namespace

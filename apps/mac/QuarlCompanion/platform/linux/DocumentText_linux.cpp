@@ -79,7 +79,9 @@ DocumentText fromPdf(const std::string& bytes) {
     std::unique_ptr<poppler::page> page(document->create_page(read++));
     if (!page) continue;
     const auto utf8 = page->text().to_utf8();
-    const std::string pageText = repairedUtf8(std::string_view(utf8.data(), utf8.size()));
+    // Poppler ends a page with a form feed; pages are told apart by an empty line instead.
+    std::string pageText = repairedUtf8(std::string_view(utf8.data(), utf8.size()));
+    pageText.erase(pageText.find_last_not_of(" \t\r\n\f") + 1);
     anyText = anyText || pageText.find_first_not_of(" \t\r\n\f") != std::string::npos;
     if (!text.empty()) text += "\n\n";
     text += pageText;
