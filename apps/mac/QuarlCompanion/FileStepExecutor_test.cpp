@@ -100,6 +100,8 @@ TEST_F(FileStepsTest, SearchFindsByNameAndTextAndReadingKeepsEveryRuleInOrder) {
   EXPECT_EQ(reasonOf(read(refOf("ssh", "ssh notes.md"))), FileReadPolicy::secret)
       << "a link out of Documents is judged where it leads";
   EXPECT_EQ(reasonOf(read(refOf("plan", "Plan.pages"))), FileReadPolicy::notADocument);
+  EXPECT_TRUE(run(R"({"kind":"list_files","query":"password"})").at("result").at("files").as_array().empty())
+      << "a secret's text is not searched, even through a link";
   EXPECT_EQ(reasonOf(read("file-0123456789abcdef")), FileReadPolicy::notFoundByRun);
 
   const auto otherRun = refOf("budget", "Budget notes.txt", "run-2");

@@ -95,7 +95,7 @@ TEST(FileText, DocumentsBecomePlainText) {
   EXPECT_EQ(FileText::fromHtml("<html><head><style>p{color:red}</style><SCRIPT type=x>alert('<p>')</SCRIPT></head>"
                                "<body><p>Fish &amp; chips</p><div>Line<br/>two</div><!-- gone --><ul><li>a</li>"
                                "<li>&#233;&#x263A;</li></ul>&unknown; &lt;tag&gt;</body></html>"),
-            "Fish & chips\nLine\ntwo\na\né☺\n&unknown; <tag>");
+            "Fish & chips\nLine\ntwo\na\né☺\n\n&unknown; <tag>");
   EXPECT_EQ(FileText::fromWordXml(R"(<?xml version="1.0"?><w:document><w:body><w:p><w:r><w:t>Dear</w:t></w:r>)"
                                   R"(<w:r><w:t xml:space="preserve"> Ann &amp; Bo</w:t></w:r></w:p><w:p><w:r>)"
                                   R"(<w:t>A</w:t><w:tab/><w:t>B</w:t><w:br/><w:t/><w:t>C</w:t></w:r></w:p>)"

@@ -126,6 +126,12 @@ std::string utf16Prefix(std::string_view text, std::size_t limit) {
 
 
 std::string searchFolded(std::string_view text) {
+  // Most names and notes are plain ASCII, which has no diacritics and folds by lower case.
+  if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    std::string lowered(text);
+    for (auto& c : lowered) c = (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
+    return lowered;
+  }
   const auto repaired = repairedUtf8(text);
   utf8proc_uint8_t* folded = nullptr;
   const auto length = utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(repaired.data()),

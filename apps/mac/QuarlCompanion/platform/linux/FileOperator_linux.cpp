@@ -69,9 +69,13 @@ std::optional<FoundFile> LinuxFileOperator::found(const std::string& entry, cons
   return file;
 }
 
-bool LinuxFileOperator::matches(const FileQuery& query, const FoundFile& file) const {
-  if (query.matches(searchFolded(file.name))) return true;
-  const auto text = searchableText(file.path, limits_.contentReadMax);
+bool LinuxFileOperator::matches(const FileQuery& query, const std::string& path, const std::string& name) const {
+  if (query.matches(searchFolded(name))) return true;
+  // The text of a secret is never read, not even to say whether a word is in it; a link is
+  // judged where it leads.
+  const auto target = fs::is_symlink(path) ? realPath(path) : std::optional<std::string>(path);
+  if (!target || FileReadPolicy::isSecret(*target)) return false;
+  const auto text = searchableText(*target, limits_.contentReadMax);
   return text && query.matches(searchFolded(*text));
 }
 
@@ -96,9 +100,8 @@ MacFileOperator::Found LinuxFileOperator::search(const FileQuery& query, std::si
         if (hidden(name) || FileReadPolicy::isSecret(name)) walk.disable_recursion_pending();
         continue;
       }
-      if (hidden(name)) continue;
-      auto file = found(walk->path().string(), name);
-      if (file && matches(query, *file)) matched.push_back(std::move(*file));
+      if (hidden(name) || !matches(query, walk->path().string(), name)) continue;
+      if (auto file = found(walk->path().string(), name)) matched.push_back(std::move(*file));
     }
   }
   auto newest = FolderAccess::newest(std::move(matched), limit);
@@ -121,8 +124,8 @@ std::vector<FoundFile> LinuxFileOperator::listFolder(const std::string& resolved
        !error && entries != fs::directory_iterator(); entries.increment(error)) {
     const auto name = entries->path().filename().string();
     if (hidden(name)) continue;
-    auto file = found(entries->path().string(), name);
-    if (file && (!query || matches(*query, *file))) files.push_back(std::move(*file));
+    if (query && !matches(*query, entries->path().string(), name)) continue;
+    if (auto file = found(entries->path().string(), name)) files.push_back(std::move(*file));
   }
   return files;
 }

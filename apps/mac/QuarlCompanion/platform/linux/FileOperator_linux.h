@@ -43,7 +43,9 @@ class LinuxFileOperator final : public MacFileOperator {
  private:
   // The file `entry` names as a found file, resolved; none when it is no plain file.
   std::optional<FoundFile> found(const std::string& entry, const std::string& name) const;
-  bool matches(const FileQuery& query, const FoundFile& file) const;
+  // Whether the file's name, or the text of a text-like file, holds every word. Matching comes
+  // before anything else is asked of the volume, since most files do not match.
+  bool matches(const FileQuery& query, const std::string& path, const std::string& name) const;
 
   std::string home_;
   DocumentReader reader_;
