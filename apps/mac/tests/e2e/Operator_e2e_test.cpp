@@ -161,8 +161,12 @@ TEST_F(OperatorAgainstDevBrain, AStopIsReportedUntilTheServiceTakesOrRefusesItEv
   admin_.post("/admin/faults/clear");
   EXPECT_EQ(stoppedBy("run-c"), "");
 
+  // devbrain may still hold the quit host's last poll for a moment and would hand a step to
+  // that closed connection, so the step waits for the new host's own poll.
+  const auto pollsBefore = admin_.requestsTo("/v1/mac/operator/next");
   startHost();
   EXPECT_TRUE(eventually([&] { return stoppedBy("run-c") == "menu"; }));
+  EXPECT_TRUE(eventually([&] { return admin_.requestsTo("/v1/mac/operator/next") > pollsBefore; }));
   EXPECT_EQ(refusalOf("run-c", listFiles), stoppedHere) << "a run stopped before the restart stays stopped";
 }
 
