@@ -1,6 +1,5 @@
 #include "DocumentText_linux.h"
 
-#include <fcntl.h>
 #include <poppler-document.h>
 #include <poppler-global.h>
 #include <poppler-page.h>
@@ -33,13 +32,6 @@ constexpr std::int64_t documentReadMax = 256'000'000;
 constexpr zip_uint64_t xmlPartMax = 64'000'000;
 
 DocumentText failure(std::string_view sentence) { return DocumentText{{}, false, {}, {}, std::string(sentence)}; }
-
-struct Descriptor {
-  int fd = -1;
-  ~Descriptor() {
-    if (fd >= 0) ::close(fd);
-  }
-};
 
 // Up to `limit` bytes from the start of `fd`; none on a read error.
 std::optional<std::string> readUpTo(int fd, std::int64_t limit) {
@@ -127,18 +119,18 @@ std::optional<std::string> zipPart(const std::string& bytes, const char* name) {
 }  // namespace
 
 DocumentText extractDocumentText(const std::string& path, FileIdentity identity) {
-  Descriptor file{::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK)};
-  const auto status = file.fd < 0 ? std::nullopt : plainFileOn(file.fd);
-  if (!status || status->identity != identity) return failure(FileReadPolicy::movedSinceFound);
+  const auto file = openFoundFile(path, identity);
+  const auto status = file.fd() < 0 ? std::nullopt : plainFileOn(file.fd());
+  if (!status) return failure(FileReadPolicy::movedSinceFound);
   const auto form = FileText::formOf(path);
   if (form == FileText::Form::other) return failure(FileText::documentUnreadable);
   if (form == FileText::Form::plain) {
-    const auto bytes = readUpTo(file.fd, plainReadMax);
+    const auto bytes = readUpTo(file.fd(), plainReadMax);
     if (!bytes) return failure(FileText::fileUnreadable);
     return cutToAnswer(FileText::fromPlain(*bytes), status->bytes > plainReadMax);
   }
   if (status->bytes > documentReadMax) return failure(FileText::documentUnreadable);
-  const auto bytes = readUpTo(file.fd, documentReadMax);
+  const auto bytes = readUpTo(file.fd(), documentReadMax);
   if (!bytes) return failure(FileText::fileUnreadable);
   switch (form) {
     case FileText::Form::html: return cutToAnswer(FileText::fromHtml(*bytes), false);

@@ -1,8 +1,5 @@
 #include "FileOperator_linux.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <fstream>
 
@@ -41,13 +38,6 @@ std::optional<std::string> searchableText(const std::string& path, std::int64_t 
   bytes.resize(static_cast<std::size_t>(file.gcount()));
   return bytes;
 }
-
-struct Descriptor {
-  int fd = -1;
-  ~Descriptor() {
-    if (fd >= 0) ::close(fd);
-  }
-};
 
 }  // namespace
 
@@ -140,12 +130,9 @@ boost::asio::awaitable<FileUploader::Result<FileUploader::Uploaded>> LinuxFileOp
     FoundFile file, std::string stepId, UploadTransport& transport) {
   // The chunks are read through this descriptor's /proc name, so every read is of the file
   // that was checked here, whatever is put at its path meanwhile.
-  Descriptor opened{::open(file.path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK)};
-  const auto status = opened.fd < 0 ? std::nullopt : plainFileOn(opened.fd);
-  if (!status || status->identity != file.identity) {
-    co_return FileUploadFailure(FileUploadFailure::Kind::moved);
-  }
-  const auto name = "/proc/self/fd/" + std::to_string(opened.fd);
+  const auto opened = openFoundFile(file.path, file.identity);
+  if (opened.fd() < 0) co_return FileUploadFailure(FileUploadFailure::Kind::moved);
+  const auto name = "/proc/self/fd/" + std::to_string(opened.fd());
   co_return co_await FileUploader::upload(name, std::move(stepId), transport);
 }
 

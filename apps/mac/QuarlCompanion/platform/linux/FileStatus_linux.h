@@ -19,4 +19,22 @@ std::optional<FileStatus> plainFileAt(const std::string& path);
 // The plain file open on `fd`; none for anything else.
 std::optional<FileStatus> plainFileOn(int fd);
 
+// A descriptor opened for reading, closed with this object; -1 when nothing was opened.
+class OpenedFile {
+ public:
+  explicit OpenedFile(int fd) : fd_(fd) {}
+  ~OpenedFile();
+  OpenedFile(const OpenedFile&) = delete;
+  OpenedFile& operator=(const OpenedFile&) = delete;
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+// `path` opened without following a link there, and only if it is still the very file that
+// `identity` names: what is read through it is what was found, whatever is put at the path
+// later.
+OpenedFile openFoundFile(const std::string& path, const FileIdentity& identity);
+
 }  // namespace quarl
