@@ -34,7 +34,7 @@ asio::awaitable<Outcome> FileStepExecutor::run(OperatorStepRequest request, Oper
   if (auto* step = std::get_if<OperatorStepRequest::SendFile>(&request.value)) {
     co_return co_await sendFile(step->ref, std::move(context), std::move(client));
   }
-  co_return refused(RefusingOperatorExecutor::sentence);
+  co_return refused(cannotYet);
 }
 
 asio::awaitable<Outcome> FileStepExecutor::listFiles(OperatorStepRequest::ListFiles step) {

@@ -15,6 +15,8 @@ namespace quarl {
 // searches found are kept for that run alone: a step of a new run starts a new table.
 class FileStepExecutor final : public OperatorExecutor {
  public:
+  static constexpr std::string_view cannotYet = "This Mac cannot do that kind of step yet, so nothing was done.";
+
   explicit FileStepExecutor(std::shared_ptr<MacFileOperator> files) : files_(std::move(files)) {}
 
   bool serves(MacCapabilityClass klass) const override { return klass == MacCapabilityClass::files; }

@@ -34,15 +34,4 @@ class OperatorExecutor {
                                                           std::shared_ptr<BrainClient> client) = 0;
 };
 
-// The executor of a companion that cannot yet look, act or work with files: it serves no class
-// and refuses every step in one plain sentence.
-class RefusingOperatorExecutor final : public OperatorExecutor {
- public:
-  static constexpr std::string_view sentence = "This Mac cannot do that kind of step yet, so nothing was done.";
-
-  bool serves(MacCapabilityClass) const override { return false; }
-  boost::asio::awaitable<OperatorStepOutcome> run(OperatorStepRequest, OperatorStepContext,
-                                                  std::shared_ptr<BrainClient>) override;
-};
-
 }  // namespace quarl
