@@ -31,4 +31,10 @@ bool BrainClientFailure::isSessionGone() const {
   return http && (http->code == "reuse_detected" || http->code == "invalid_token");
 }
 
+bool BrainClientFailure::refusesThisRecordOnly() const {
+  const auto* http = asHttp();
+  if (!http || isSessionGone() || http->code == "channel_disabled") return false;
+  return http->status == 400 || http->status == 409 || http->status == 413 || http->status == 422;
+}
+
 }  // namespace quarl

@@ -33,6 +33,10 @@ class BrainClientFailure {
   std::string description() const;
   // True when this Mac must sign in again; false when a later attempt may succeed.
   bool isSessionGone() const;
+  // True when the service refused this one record for good (400, 409, 413, 422) for a reason of
+  // its own; false for every failure that would fail any other record the same way (no
+  // connection, 5xx, 408, 429, 401, 403, 404, a gone session, a channel switched off).
+  bool refusesThisRecordOnly() const;
 
   const Http* asHttp() const { return std::get_if<Http>(&value_); }
   bool isTransport() const { return std::holds_alternative<Transport>(value_); }

@@ -21,6 +21,14 @@ TEST(BrainClientFailure, SentencesAndWhetherTheSessionIsGone) {
   EXPECT_FALSE(Failure::http(403, "forbidden", "x").isSessionGone());
   EXPECT_FALSE(Failure::transport("x").isSessionGone());
   EXPECT_FALSE(Failure::decoding("x").isSessionGone());
+
+  for (const int status : {400, 409, 413, 422}) EXPECT_TRUE(Failure::http(status, "bad", "x").refusesThisRecordOnly());
+  for (const int status : {401, 403, 404, 408, 429, 500, 503}) {
+    EXPECT_FALSE(Failure::http(status, "error", "x").refusesThisRecordOnly()) << status;
+  }
+  EXPECT_FALSE(Failure::http(422, "channel_disabled", "x").refusesThisRecordOnly());
+  EXPECT_FALSE(Failure::http(400, "invalid_token", "x").refusesThisRecordOnly()) << "a renewal refused is no record's fault";
+  EXPECT_FALSE(Failure::transport("x").refusesThisRecordOnly());
 }
 
 TEST(ServiceURL, OneLeadingSlashIsDroppedAndThePathJoinsTheBase) {

@@ -41,7 +41,7 @@ Companion::Companion(CompanionParts parts)
     : parts_(std::move(parts)),
       settings_(CompanionSettings::load(*parts_.defaults)),
       messagesCapture_(parts_.clock, parts_.defaults, parts_.host, parts_.messagesStore),
-      messagesRelay_(parts_.clock, parts_.messagesStore, sendLedger_) {
+      messagesRelay_(parts_.clock, parts_.messagesStore, sendLedger_, parts_.defaults) {
   messagesCapture_.setOwnSends(std::make_shared<LedgerOwnSends>(sendLedger_));
   loadCredentials();
 }
@@ -176,7 +176,11 @@ asio::awaitable<void> Companion::runTick() {
   offerChannels();
   co_await heartbeat();
   co_await guardedRelayPass();
-  co_await capture();
+  // Named, not compared inside the condition: GCC 12 miscompiles a co_await there.
+  const auto captured = co_await capture();
+  if (captured == MessagesCapture::End::sessionGone) {
+    QuarlLog::say("quarl: this Mac's session with Quarl is gone — the rest of this tick is skipped");
+  }
 }
 
 asio::awaitable<void> Companion::guardedRelayPass() {
@@ -217,22 +221,22 @@ std::optional<CaptureChannels> Companion::captureChannels() const {
   return CaptureChannels{*settings_.imessageChannelId, settings_.smsChannelId};
 }
 
-asio::awaitable<void> Companion::capture() {
+asio::awaitable<MessagesCapture::End> Companion::capture() {
   if (!state_.canReadMessages) {
     QuarlLog::say("quarl: capture skipped — this Mac cannot read Messages");
-    co_return;
+    co_return MessagesCapture::End::done;
   }
   auto brain = client();
   if (!brain) {
     QuarlLog::say("quarl: capture skipped — not signed in");
-    co_return;
+    co_return MessagesCapture::End::done;
   }
   auto channels = captureChannels();
   if (!channels) {
     QuarlLog::say("quarl: capture skipped — no iMessage channel id yet");
-    co_return;
+    co_return MessagesCapture::End::done;
   }
-  co_await messagesCapture_.capture(*brain, std::move(*channels));
+  co_return co_await messagesCapture_.capture(*brain, std::move(*channels));
 }
 
 asio::awaitable<void> Companion::runLiveTick() {
@@ -417,7 +421,10 @@ asio::awaitable<std::optional<std::string>> Companion::pair() {
   co_return outcome;
 }
 
-void Companion::stopTimers() { ++timerGeneration_; }
+void Companion::stopTimers() {
+  ++timerGeneration_;
+  messagesRelay_.stopClaiming();
+}
 
 void Companion::signOut() {
   parts_.keychain->remove(keys::accessTokenAccount);

@@ -58,11 +58,11 @@ class Companion : public std::enable_shared_from_this<Companion> {
   boost::asio::awaitable<void> guardedRelayPass();
   boost::asio::awaitable<void> heartbeat();
   // The tick's Messages stage: the backlog, then receipts and reactions.
-  boost::asio::awaitable<void> capture();
+  boost::asio::awaitable<MessagesCapture::End> capture();
   // Pairs this Mac with the owner's account; the sentence of a failure, or none on success.
   boost::asio::awaitable<std::optional<std::string>> pair();
   void signOut();
-  // Ends the timers; work under way goes on to its end.
+  // Ends the timers and the claiming of relay jobs; work under way goes on to its end.
   void stopTimers();
   // The store changed: the live pass runs once the change has settled.
   void storeChanged();
@@ -83,6 +83,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
   // The user code of the pairing under way, for the sign-in page; none otherwise.
   const std::optional<std::string>& pairingCode() const { return pairingCode_; }
   bool isTicking() const { return ticking_; }
+  // A relay pass is under way: a job in hand may be waiting for its confirmation or report.
+  bool isRelaying() const { return relayRunning_; }
   std::int64_t ticksRun() const { return ticksRun_; }
 
  private:
@@ -112,7 +114,7 @@ class Companion : public std::enable_shared_from_this<Companion> {
   CompanionParts parts_;
   CompanionState state_;
   CompanionSettings settings_;
-  std::shared_ptr<RelaySendLedger> sendLedger_ = std::make_shared<RelaySendLedger>();
+  std::shared_ptr<RelaySendLedger> sendLedger_ = std::make_shared<RelaySendLedger>(parts_.defaults);
   MessagesCapture messagesCapture_;
   MessagesRelay messagesRelay_;
   std::shared_ptr<BrainClient> client_;

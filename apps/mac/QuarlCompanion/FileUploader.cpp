@@ -1,10 +1,9 @@
 #include "FileUploader.h"
 
-#include <openssl/evp.h>
-
 #include <fstream>
 #include <memory>
 
+#include "Sha256.h"
 #include "Workers.h"
 
 namespace quarl {
@@ -12,13 +11,6 @@ namespace asio = boost::asio;
 using Kind = FileUploadFailure::Kind;
 
 namespace {
-
-std::string hex(const unsigned char* bytes, unsigned int count) {
-  static constexpr char digits[] = "0123456789abcdef";
-  std::string text;
-  for (unsigned int i = 0; i < count; ++i) text += {digits[bytes[i] >> 4], digits[bytes[i] & 15]};
-  return text;
-}
 
 // `length` bytes of `path` from `offset`; none when the file cannot give them all.
 std::optional<std::string> readSlice(const std::string& path, std::int64_t offset, std::size_t length) {
@@ -36,21 +28,17 @@ std::optional<std::string> readSlice(const std::string& path, std::int64_t offse
 FileUploader::Result<FileUploader::Digest> FileUploader::digest(const std::string& path, std::size_t chunk) {
   std::ifstream file(path, std::ios::binary);
   if (!file) return FileUploadFailure(Kind::unreadable);
-  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(), EVP_MD_CTX_free);
-  EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr);
+  Sha256 sha256;
   std::string buffer(std::max<std::size_t>(chunk, 1), '\0');
   std::int64_t total = 0;
   while (file) {
     file.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
     const auto got = file.gcount();
-    if (got > 0) EVP_DigestUpdate(context.get(), buffer.data(), static_cast<std::size_t>(got));
+    if (got > 0) sha256.add(std::string_view(buffer.data(), static_cast<std::size_t>(got)));
     total += got;
   }
   if (file.bad()) return FileUploadFailure(Kind::unreadable);
-  unsigned char sum[EVP_MAX_MD_SIZE];
-  unsigned int length = 0;
-  EVP_DigestFinal_ex(context.get(), sum, &length);
-  return Digest{hex(sum, length), total};
+  return Digest{sha256.hex(), total};
 }
 
 asio::awaitable<FileUploader::Result<FileUploader::Uploaded>> FileUploader::upload(std::string path, std::string stepId,

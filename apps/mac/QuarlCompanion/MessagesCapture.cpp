@@ -21,8 +21,9 @@ namespace {
 // Receipts and reactions older than this are not looked for: the row id and the ledger's
 // watermark do the real work, and a first pass does not send years of history.
 constexpr std::chrono::hours eventsLookBack{7 * 24};
-// Guids handed over are remembered this long, longer than any overlap the cursor re-reads.
-constexpr std::chrono::hours rememberHandedOver{6};
+// Guids handed over are remembered this long, longer than any overlap the cursor re-reads and
+// than the live window that runs ahead of it.
+constexpr std::chrono::hours rememberFor{6};
 
 using Batch = ChatDatabase::Result<ChatDatabase::MessageBatch>;
 
@@ -69,14 +70,14 @@ void logUnobservable(const ChatDatabase::TapbackReadout& tapbacks, const ChatDat
   }
 }
 
+// Why a pass stopped at a message the service did not take.
 Kind kindFor(const BrainClientFailure& failure) {
-  if (const auto* http = failure.asHttp()) {
-    return http->status >= 400 && http->status < 500 && http->status != 408 && http->status != 429
-               ? Kind::ingestRefused
-               : Kind::brainUnreachable;
-  }
   if (failure.isTransport()) return Kind::brainUnreachable;
   if (failure.isDecoding()) return Kind::unexpectedAnswer;
+  if (const auto* http = failure.asHttp()) {
+    const bool later = http->status >= 500 || http->status == 408 || http->status == 429;
+    return later ? Kind::brainUnreachable : Kind::ingestRefused;
+  }
   return Kind::other;
 }
 
@@ -103,6 +104,8 @@ struct MessagesCapture::PassCounts {
   int failed = 0;
   AttachmentOutcome files;
   std::optional<Kind> failure;
+  std::optional<SystemTime> stoppedAt;  // the date of the message the service did not take
+  bool sessionGone = false;
 };
 
 std::optional<std::string> senderIdentifierKind(const std::string& identifier) {
@@ -134,7 +137,11 @@ IngestMessage ingestMessageFor(const ChatDatabase::Message& message, const std::
 
 MessagesCapture::MessagesCapture(std::shared_ptr<const Clock> clock, std::shared_ptr<SettingsStore> defaults,
                                  std::shared_ptr<CompanionHost> host, std::string storePath)
-    : clock_(std::move(clock)), defaults_(std::move(defaults)), host_(std::move(host)), storePath_(std::move(storePath)) {}
+    : clock_(std::move(clock)),
+      defaults_(std::move(defaults)),
+      host_(std::move(host)),
+      storePath_(std::move(storePath)),
+      ingested_(IngestedRecently::decoded(defaults_->read(keys::ingestedRecently).value_or(json::value()))) {}
 
 CaptureCursor MessagesCapture::loadCursor() const {
   if (auto stored = defaults_->read(keys::captureCursor)) {
@@ -161,7 +168,7 @@ void MessagesCapture::passEnded() {
   waitingForPass_.clear();
 }
 
-asio::awaitable<void> MessagesCapture::capture(BrainClient& client, CaptureChannels channels) {
+asio::awaitable<MessagesCapture::End> MessagesCapture::capture(BrainClient& client, CaptureChannels channels) {
   co_await untilNoPassRuns();
   passRunning_ = true;
   PassCounts counts;
@@ -186,6 +193,12 @@ asio::awaitable<void> MessagesCapture::capture(BrainClient& client, CaptureChann
     counts.skippedWithoutText += batch->skippedWithoutText;
     const bool handedOver = co_await handOver(client, channels, std::move(*batch), counts, false);
     if (handedOver && !full) caughtUpAt_ = readAt;
+    // What went before the message the pass stopped at is with the service; the overlap keeps
+    // the cursor before that message.
+    if (counts.stoppedAt) {
+      cursor.advance(*counts.stoppedAt, cursorOverlap);
+      saveCursor(cursor);
+    }
     if (!handedOver || !newest) break;
     const auto before = cursor.lastMessageDate;
     cursor.advance(*newest, cursorOverlap);
@@ -193,8 +206,6 @@ asio::awaitable<void> MessagesCapture::capture(BrainClient& client, CaptureChann
     // A batch that did not move the cursor would come back the same; the next tick goes on.
     if (!full || cursor.lastMessageDate == before) break;
   }
-  ingested_.forget(clock_->now() - rememberHandedOver);
-
   QuarlLog::say("quarl: capture read " + std::to_string(counts.read) + " message(s) since " + iso8601(since) +
                 countClause(counts.skippedWithoutText, "skipped ", " without text or files") +
                 countClause(counts.droppedSms, "DROPPED ", " SMS because the SMS channel is not connected") +
@@ -210,8 +221,11 @@ asio::awaitable<void> MessagesCapture::capture(BrainClient& client, CaptureChann
   report.failed = counts.failed;
   report_ = report;
   passEnded();
+  // A session that is gone fails every call after it the same way.
+  if (counts.sessionGone) co_return End::sessionGone;
   if (liveAskedWhileRunning_) co_await captureRecentFirst(client, channels);
   co_await captureMessageEvents(client, std::move(channels));
+  co_return End::done;
 }
 
 asio::awaitable<void> MessagesCapture::captureRecentFirst(BrainClient& client, CaptureChannels channels) {
@@ -244,8 +258,9 @@ asio::awaitable<void> MessagesCapture::liveWindowPass(BrainClient& client, const
   PassCounts counts;
   const bool handedOver = co_await handOver(client, channels, std::move(*batch), counts, true);
   if (handedOver && !full && window.mayAdvanceCursor) caughtUpAt_ = readAt;
-  if (handedOver && window.mayAdvanceCursor && newest) {
-    cursor.advance(*newest, cursorOverlap);
+  const auto reached = handedOver ? newest : counts.stoppedAt;
+  if (window.mayAdvanceCursor && reached) {
+    cursor.advance(*reached, cursorOverlap);
     saveCursor(cursor);
   }
   if (counts.ingested > 0) {
@@ -256,6 +271,7 @@ asio::awaitable<void> MessagesCapture::liveWindowPass(BrainClient& client, const
 asio::awaitable<bool> MessagesCapture::handOver(BrainClient& client, const CaptureChannels& channels,
                                                 ChatDatabase::MessageBatch batch, PassCounts& counts, bool live) {
   bool everyOne = true;
+  bool remembered = false;
   for (auto& message : batch.messages) {
     ++counts.read;
     if (ingested_.contains(message.guid)) continue;
@@ -263,6 +279,7 @@ asio::awaitable<bool> MessagesCapture::handOver(BrainClient& client, const Captu
       QuarlLog::say({{"quarl: capture recognised its own send in ", false}, {message.chatIdentifier, true}});
       ++counts.alreadySent;
       ingested_.record(message.guid, clock_->now());
+      remembered = true;
       continue;
     }
     if (message.isSMS && !channels.sms) {
@@ -275,23 +292,42 @@ asio::awaitable<bool> MessagesCapture::handOver(BrainClient& client, const Captu
     auto ingest = ingestMessageFor(message, channelId, displayName);
     auto decisions = co_await client.ingest(std::move(ingest));
     if (!decisions) {
-      ++counts.failed;
-      const auto kind = kindFor(decisions.error());
-      counts.failure = kind;
-      const auto reason = decisions.error().description();
-      QuarlLog::say(live ? "quarl: live ingest failed for one message: " + reason
-                         : "quarl: capture could not hand over one message: " + reason);
-      // A message the service refused is its decision and is not offered again; when the
-      // service cannot be reached, the rest waits for the next pass and the cursor stays.
-      if (kind == Kind::ingestRefused) continue;
+      const auto& failure = decisions.error();
+      const auto reason = failure.description();
+      // One bad record never blocks the ones after it: the service refused that message for
+      // good, so it is counted, passed over and not offered again.
+      if (failure.refusesThisRecordOnly()) {
+        ++counts.failed;
+        ingested_.record(message.guid, clock_->now());
+        remembered = true;
+        counts.failure = Kind::ingestRefused;
+        QuarlLog::say(live ? "quarl: live ingest failed for one message: " + reason
+                           : "quarl: capture: Quarl refused message " + message.guid + " — " + reason +
+                                 "; passing over it");
+        continue;
+      }
+      // Anything else would fail every message the same way: the pass ends here, and the
+      // cursor stays before this message so that nothing after it is lost.
+      counts.failure = kindFor(failure);
+      counts.stoppedAt = message.date;
+      counts.sessionGone = failure.isSessionGone();
+      QuarlLog::say((live ? "quarl: live pass failed: " : "quarl: capture stopped before message " + message.guid + " — ") +
+                    reason);
       everyOne = false;
       break;
     }
     ++counts.ingested;
     ingested_.record(message.guid, clock_->now());
+    remembered = true;
     if (!message.attachments.empty()) counts.files += co_await deliverAttachments(client, message, std::move(*decisions));
   }
+  if (remembered) rememberHandedOver();
   co_return everyOne;
+}
+
+void MessagesCapture::rememberHandedOver() {
+  ingested_.forget(clock_->now() - rememberFor);
+  defaults_->write(keys::ingestedRecently, ingested_.encoded());
 }
 
 asio::awaitable<AttachmentOutcome> MessagesCapture::deliverAttachments(BrainClient& client,

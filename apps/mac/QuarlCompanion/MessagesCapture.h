@@ -47,9 +47,13 @@ class MessagesCapture {
   MessagesCapture(std::shared_ptr<const Clock> clock, std::shared_ptr<SettingsStore> defaults,
                   std::shared_ptr<CompanionHost> host, std::string storePath);
 
+  enum class End { done, sessionGone };
   // The tick's stage: the backlog from the cursor, oldest first, until it is drained; then the
-  // message events.
-  boost::asio::awaitable<void> capture(BrainClient& client, CaptureChannels channels);
+  // message events. A pass stops at the first message the service did not take for a reason that
+  // would fail every message, and the cursor stays before it; a message the service refused for
+  // good is passed over. Ends with sessionGone, before the message events, when this Mac's session
+  // is gone.
+  boost::asio::awaitable<End> capture(BrainClient& client, CaptureChannels channels);
   // The live pass: the last hour only, newest rows first in line for the service.
   boost::asio::awaitable<void> captureRecentFirst(BrainClient& client, CaptureChannels channels);
   boost::asio::awaitable<void> captureMessageEvents(BrainClient& client, CaptureChannels channels);
@@ -67,6 +71,7 @@ class MessagesCapture {
   boost::asio::awaitable<void> liveWindowPass(BrainClient& client, const CaptureChannels& channels);
   boost::asio::awaitable<void> untilNoPassRuns();
   void passEnded();
+  void rememberHandedOver();
   CaptureCursor loadCursor() const;
   void saveCursor(const CaptureCursor& cursor);
 

@@ -60,40 +60,88 @@ asio::awaitable<void> sleepOn(std::shared_ptr<const Clock> clock, std::chrono::s
   co_await clock->sleep(delay);
 }
 
-asio::awaitable<std::optional<std::string>> sendReport(BrainClient* client, std::string jobId, bool ok,
-                                                       std::optional<std::string> failureReason) {
-  auto reported = co_await client->reportJob(std::move(jobId), ok, std::move(failureReason), std::nullopt);
+// A report the service refused for good (gone, not claimed, malformed) will never be taken.
+bool refusedForGood(const BrainClientFailure& failure) {
+  const auto* http = failure.asHttp();
+  return http && (http->status == 400 || http->status == 404 || http->status == 409 || http->status == 410 ||
+                  http->status == 422);
+}
+
+asio::awaitable<std::optional<std::string>> sendReport(BrainClient* client, std::string jobId,
+                                                       RelayJournal::Report report,
+                                                       std::shared_ptr<std::optional<BrainClientFailure>> last) {
+  auto reported =
+      co_await client->reportJob(std::move(jobId), report.ok, std::move(report.failureReason), std::move(report.providerMessageId));
   if (reported) co_return std::nullopt;
+  *last = reported.error();
   co_return reported.error().description();
 }
+
+// Only a failure that says Messages never took the script withdraws the send from the ledger; a
+// script that timed out may still have sent.
+bool nothingWent(const MessagesSender::Failure& failure) {
+  return failure.kind() != MessagesSender::Failure::Kind::timedOut;
+}
+
+// A journaled job that could not be reported for a week is forgotten: the service has long
+// given up on it, and the log keeps its outcome.
+constexpr std::chrono::hours journalKept{7 * 24};
+
+constexpr std::string_view unjournaledSentence =
+    "Quarl could not keep a note of this send on this Mac, so it did not send it.";
 
 }  // namespace
 
 struct MessagesRelay::Sent {
-  std::optional<MessagesSender::StagedFailure> failure;
+  std::optional<std::string> failure;
+  bool journaled = false;  // Messages may have been given a script: the job is in the journal
   SystemTime handedOverAt;
 };
 
 MessagesRelay::MessagesRelay(std::shared_ptr<const Clock> clock, std::string storePath,
-                             std::shared_ptr<RelaySendLedger> ledger)
-    : clock_(std::move(clock)), storePath_(std::move(storePath)), ledger_(std::move(ledger)) {}
+                             std::shared_ptr<RelaySendLedger> ledger, std::shared_ptr<SettingsStore> defaults)
+    : clock_(std::move(clock)), storePath_(std::move(storePath)), ledger_(std::move(ledger)), journal_(std::move(defaults)) {}
 
 asio::awaitable<void> MessagesRelay::runRelayJobs(BrainClient& client) {
+  // Jobs handed to Messages before a restart, or whose report was not taken, are settled first.
+  for (auto entry : journal_.entries()) {
+    if (stopping_) co_return;
+    if (entry.handedOverAt < clock_->now() - journalKept) {
+      QuarlLog::say("quarl: relay: job " + entry.jobId + " was never reported in a week — forgetting it; its outcome is in the log");
+      journal_.remove(entry.jobId);
+      continue;
+    }
+    co_await confirmAndReport(client, std::move(entry));
+  }
+  if (stopping_) co_return;
   auto jobs = co_await client.claimJobs(claimLimit);
   if (!jobs) {
     QuarlLog::say("quarl: relay: claiming jobs failed — " + jobs.error().description());
     co_return;
   }
-  for (auto& job : *jobs) co_await relay(client, std::move(job));
+  for (std::size_t i = 0; i < jobs->size(); ++i) {
+    if (stopping_) {
+      QuarlLog::say("quarl: relay: quitting — " + std::to_string(jobs->size() - i) +
+                    " claimed job(s) not started; the service will offer them again");
+      co_return;
+    }
+    co_await relay(client, std::move((*jobs)[i]));
+  }
 }
 
 asio::awaitable<void> MessagesRelay::relay(BrainClient& client, RelayJob job) {
+  if (auto journaled = journal_.find(job.id)) {
+    QuarlLog::say("quarl: relay: job " + job.id + " was offered again after it went to Messages — it is not sent again");
+    co_await confirmAndReport(client, std::move(*journaled));
+    co_return;
+  }
   // WhatsApp jobs are the WhatsApp session's; until this Mac hosts one they are answered, never
   // dropped and never left claimed.
   if (job.channelKind == "whatsapp") {
     QuarlLog::relayJobFailed(job.id, noWhatsAppSentence);
-    std::optional<std::string> reason = std::string(noWhatsAppSentence);
-    co_await report(client, job, false, std::move(reason));
+    // Arguments are named locals: GCC 12 mishandles temporaries built inside a co_await.
+    RelayJournal::Report notSent{false, std::string(noWhatsAppSentence), std::nullopt};
+    co_await report(client, job.id, std::move(notSent));
     co_return;
   }
 
@@ -113,7 +161,8 @@ asio::awaitable<void> MessagesRelay::relay(BrainClient& client, RelayJob job) {
     }
     if (problem) {
       QuarlLog::relayJobFailed(job.id, *problem);
-      co_await report(client, job, false, problem);
+      RelayJournal::Report notSent{false, problem, std::nullopt};
+      co_await report(client, job.id, std::move(notSent));
       co_return;
     }
   }
@@ -121,31 +170,49 @@ asio::awaitable<void> MessagesRelay::relay(BrainClient& client, RelayJob job) {
 
   const auto sent = co_await sendReply(job, paths);
   if (sent.failure) {
-    const auto reason = sent.failure->description();
-    QuarlLog::relayJobFailed(job.id, reason);
-    co_await report(client, job, false, reason);
+    QuarlLog::relayJobFailed(job.id, *sent.failure);
+    RelayJournal::Report failed{false, sent.failure, std::nullopt};
+    if (sent.journaled) journal_.settle(job.id, failed);
+    co_await report(client, job.id, std::move(failed));
   } else {
     const int expected = RelaySendConfirmation::expectedRows(paths.size(), job.body);
     const auto verdict = co_await confirmRelayedSend(job.conversationRef, sent.handedOverAt, expected);
     const auto waited = std::chrono::duration_cast<std::chrono::seconds>(clock_->now() - sent.handedOverAt);
     const auto outcome = RelaySendConfirmation::outcome(verdict, waited);
     QuarlLog::say("quarl: relay: job " + job.id + (outcome.logClause.empty() ? " sent" : outcome.logClause));
-    co_await report(client, job, outcome.ok, outcome.failureReason);
+    RelayJournal::Report settled{outcome.ok, outcome.failureReason, outcome.providerMessageId};
+    journal_.settle(job.id, settled);
+    co_await report(client, job.id, std::move(settled));
   }
   QuarlLog::say("quarl: relay: removed " + std::to_string(paths.size()) + " staged outgoing file(s)");
 }
 
+// A journaled job is never sent again: what the store shows since its hand-over is its outcome.
+asio::awaitable<void> MessagesRelay::confirmAndReport(BrainClient& client, RelayJournal::Entry entry) {
+  if (!entry.report) {
+    QuarlLog::say("quarl: relay: job " + entry.jobId +
+                  " went to Messages before Quarl last stopped — confirming it from the store, not sending it again");
+    const auto verdict = co_await confirmRelayedSend(entry.conversationRef, entry.handedOverAt, entry.expectedRows);
+    const auto waited = std::chrono::duration_cast<std::chrono::seconds>(clock_->now() - entry.handedOverAt);
+    const auto outcome = RelaySendConfirmation::outcome(verdict, waited);
+    QuarlLog::say("quarl: relay: job " + entry.jobId + (outcome.logClause.empty() ? " sent" : outcome.logClause));
+    entry.report = RelayJournal::Report{outcome.ok, outcome.failureReason, outcome.providerMessageId};
+    journal_.settle(entry.jobId, *entry.report);
+  }
+  co_await report(client, entry.jobId, std::move(*entry.report));
+}
+
 asio::awaitable<MessagesRelay::Sent> MessagesRelay::sendReply(const RelayJob& job,
                                                               const std::vector<std::string>& filePaths) {
-  Sent sent{std::nullopt, clock_->now()};
+  Sent sent{std::nullopt, false, clock_->now()};
   using Failure = MessagesSender::Failure;
   if (filePaths.empty() && isBlank(job.body)) {
-    sent.failure = MessagesSender::StagedFailure{std::nullopt, Failure(Failure::Kind::nothingToSend)};
+    sent.failure = MessagesSender::StagedFailure{std::nullopt, Failure(Failure::Kind::nothingToSend)}.description();
     co_return sent;
   }
   const auto runner = MessagesSender::scriptRunner();
   if (!runner) {
-    sent.failure = MessagesSender::StagedFailure{std::nullopt, Failure(Failure::Kind::noMessagesApp)};
+    sent.failure = MessagesSender::StagedFailure{std::nullopt, Failure(Failure::Kind::noMessagesApp)}.description();
     co_return sent;
   }
 
@@ -158,38 +225,51 @@ asio::awaitable<MessagesRelay::Sent> MessagesRelay::sendReply(const RelayJob& jo
 
   const int fileCount = static_cast<int>(filePaths.size());
   sent.handedOverAt = clock_->now();
+  const RelayJournal::Entry entry{job.id, job.conversationRef, RelaySendLedger::bodyDigest(job.body),
+                                  RelaySendConfirmation::expectedRows(filePaths.size(), job.body), sent.handedOverAt,
+                                  std::nullopt};
+  if (!journal_.begin(entry)) {
+    sent.failure = std::string(unjournaledSentence);
+    co_return sent;
+  }
+  sent.journaled = true;
   for (int i = 0; i < fileCount; ++i) {
-    const auto script = MessagesSender::fileScript(job.conversationRef, filePaths[static_cast<std::size_t>(i)], service,
-                                                   known.guid);
-    std::optional<Failure> failure;
-    co_await runOnWorker([&] {
-      failure = MessagesSender::runScript(*runner, script, job.conversationRef, MessagesSender::osascriptTimeout);
-    });
-    if (failure) {
-      sent.failure = MessagesSender::StagedFailure{MessagesSender::Stage{i + 1, fileCount}, *failure};
-      co_return sent;
-    }
+    auto script = MessagesSender::fileScript(job.conversationRef, filePaths[static_cast<std::size_t>(i)], service, known.guid);
     // Messages writes a file's row with the object replacement character as its text.
-    ledger_->record(job.conversationRef, objectReplacement, sent.handedOverAt);
+    sent.failure = co_await sendPart(*runner, std::move(script), job.conversationRef, std::string(objectReplacement),
+                                     sent.handedOverAt, MessagesSender::Stage{i + 1, fileCount});
+    if (sent.failure) co_return sent;
   }
   if (!isBlank(job.body)) {
-    const auto script = MessagesSender::script(job.conversationRef, job.body, service, known.guid);
-    std::optional<Failure> failure;
-    co_await runOnWorker([&] {
-      failure = MessagesSender::runScript(*runner, script, job.conversationRef, MessagesSender::osascriptTimeout);
-    });
-    if (failure) {
-      sent.failure = MessagesSender::StagedFailure{MessagesSender::Stage{0, fileCount}, *failure};
-      co_return sent;
-    }
-    ledger_->record(job.conversationRef, job.body, sent.handedOverAt);
+    auto script = MessagesSender::script(job.conversationRef, job.body, service, known.guid);
+    sent.failure = co_await sendPart(*runner, std::move(script), job.conversationRef, job.body, sent.handedOverAt,
+                                     MessagesSender::Stage{0, fileCount});
   }
   co_return sent;
+}
+
+// The part is in the ledger before Messages can write its row, so that a live pass woken by that
+// row finds it there.
+asio::awaitable<std::optional<std::string>> MessagesRelay::sendPart(std::string runner, std::string script,
+                                                                    std::string conversationRef, std::string ledgerBody,
+                                                                    SystemTime handedOverAt, MessagesSender::Stage stage) {
+  ledger_->record(conversationRef, ledgerBody, handedOverAt);
+  std::optional<MessagesSender::Failure> failure;
+  co_await runOnWorker([&] {
+    failure = MessagesSender::runScript(runner, script, conversationRef, MessagesSender::osascriptTimeout);
+  });
+  if (!failure) co_return std::nullopt;
+  if (nothingWent(*failure)) ledger_->withdraw(conversationRef, ledgerBody, handedOverAt);
+  co_return MessagesSender::StagedFailure{stage, *failure}.description();
 }
 
 asio::awaitable<RelaySendVerdict> MessagesRelay::confirmRelayedSend(std::string conversationRef,
                                                                     SystemTime handedOverAt, int expected) {
   RelaySendVerdict verdict{RelaySendVerdict::NoneWritten{expected}};
+  // A look that cannot read the store leaves the last verdict read standing; only a send no
+  // look could read at all is not observable.
+  std::optional<std::string> unreadable;
+  bool read = false;
   for (const auto delay : RelaySendConfirmation::attemptDelays) {
     co_await clock_->sleep(delay);
     ChatDatabase::Result<ChatDatabase::DeliveryReadout> readout = ChatDatabase::DeliveryReadout{};
@@ -197,30 +277,37 @@ asio::awaitable<RelaySendVerdict> MessagesRelay::confirmRelayedSend(std::string 
       readout = ChatDatabase{storePath_}.outboundSends(handedOverAt - RelaySendConfirmation::clockSlack,
                                                        RelaySendConfirmation::rowsPerLook);
     });
-    // A read that fails leaves the last verdict standing; the next look may read.
     if (!readout) {
-      verdict = {RelaySendVerdict::NotObservable{readout.error().description()}};
+      unreadable = readout.error().description();
       continue;
     }
     if (readout->unavailableReason) co_return RelaySendVerdict{RelaySendVerdict::NotObservable{*readout->unavailableReason}};
+    read = true;
     verdict = RelaySendConfirmation::verdict(readout->rows, conversationRef, expected);
     if (verdict.isFinal()) co_return verdict;
   }
+  if (!read) co_return RelaySendVerdict{RelaySendVerdict::NotObservable{unreadable.value_or("")}};
   co_return verdict;
 }
 
-asio::awaitable<void> MessagesRelay::report(BrainClient& client, const RelayJob& job, bool ok,
-                                            std::optional<std::string> failureReason) {
+asio::awaitable<void> MessagesRelay::report(BrainClient& client, const std::string& jobId, RelayJournal::Report report) {
   auto clock = clock_;
+  auto last = std::make_shared<std::optional<BrainClientFailure>>();
   RelayJobReporting::Sleep sleep = [clock](std::chrono::seconds delay) { return sleepOn(clock, delay); };
-  RelayJobReporting::Send send = [&client, id = job.id, ok, failureReason] {
-    return sendReport(&client, id, ok, failureReason);
-  };
+  RelayJobReporting::Send send = [&client, jobId, report, last] { return sendReport(&client, jobId, report, last); };
   const auto delivery = co_await RelayJobReporting::deliver(RelayJobReporting::attemptDelays, sleep, send);
-  if (!delivery.delivered) {
-    QuarlLog::say("quarl: relay: job " + job.id + " report gave up after " + std::to_string(delivery.attempts) +
-                  " attempts — " + delivery.lastFailure.value_or("") + "; its outcome stays in this log");
+  if (delivery.delivered) {
+    journal_.remove(jobId);
+    co_return;
   }
+  if (*last && refusedForGood(**last)) {
+    QuarlLog::say("quarl: relay: job " + jobId + " report refused for good — " + delivery.lastFailure.value_or("") +
+                  "; its outcome stays in this log");
+    journal_.remove(jobId);
+    co_return;
+  }
+  QuarlLog::say("quarl: relay: job " + jobId + " report gave up after " + std::to_string(delivery.attempts) +
+                " attempts — " + delivery.lastFailure.value_or("") + "; it is reported again on the next pass");
 }
 
 }  // namespace quarl

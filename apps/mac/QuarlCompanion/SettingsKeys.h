@@ -21,6 +21,8 @@ inline constexpr std::string_view operatorAllowed = "QuarlOperatorAllowed";
 inline constexpr std::string_view captureCursor = "QuarlCaptureCursor";
 inline constexpr std::string_view tapbackRowId = "QuarlTapbackRowId";
 inline constexpr std::string_view receiptLedger = "QuarlReceiptLedger";
+// The messages handed over lately, so that none is handed over twice across a restart.
+inline constexpr std::string_view ingestedRecently = "QuarlIngestedRecently";
 
 inline constexpr std::string_view accessTokenAccount = "accessToken";
 inline constexpr std::string_view refreshTokenAccount = "refreshToken";

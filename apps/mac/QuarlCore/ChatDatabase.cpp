@@ -231,7 +231,8 @@ std::string outboundSendsSql() {
        c.chat_identifier,
        m.date,
        m.error,
-       m.is_sent
+       m.is_sent,
+       coalesce(m.text = char(65532), 0)
 from message m
 join chat_message_join cmj on cmj.message_id = m.ROWID
 join chat c on c.ROWID = cmj.chat_id
@@ -471,7 +472,7 @@ ChatDatabase::Result<ChatDatabase::DeliveryReadout> ChatDatabase::outboundSends(
       },
       [](const SqliteStatement& row) {
         return SendRecord{storeText(row.text(0)), storeText(row.text(1)), appleTimeToDate(row.integer(2)),
-                          row.integer(3), row.integer(4) == 1};
+                          row.integer(3), row.integer(4) == 1, row.integer(5) == 1};
       });
 }
 

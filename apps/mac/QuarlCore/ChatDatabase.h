@@ -82,6 +82,7 @@ struct ChatDatabase {
     SystemTime date;
     std::int64_t errorCode = 0;
     bool isSent = false;
+    bool carriesFile = false;  // its text is the object replacement character Messages writes for a file
   };
 
   struct ReplyAddress {

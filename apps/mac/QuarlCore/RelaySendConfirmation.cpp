@@ -59,7 +59,9 @@ RelaySendVerdict RelaySendConfirmation::verdict(const std::vector<ChatDatabase::
   }
   const bool allSent = std::all_of(kept.begin(), kept.end(), [](const auto* row) { return row->isSent; });
   if (!allSent) return {RelaySendVerdict::Incomplete{written, expected}};
-  return {RelaySendVerdict::Confirmed{}};
+  // The text goes after the files, so its row is the newest that carries no file.
+  const auto text = std::find_if(kept.rbegin(), kept.rend(), [](const auto* row) { return !row->carriesFile; });
+  return {RelaySendVerdict::Confirmed{text != kept.rend() ? (*text)->guid : kept.back()->guid}};
 }
 
 std::string RelaySendConfirmation::refusalSentence(const std::vector<std::int64_t>& codes, int failedParts, int parts) {
@@ -76,7 +78,7 @@ RelaySendConfirmation::Outcome RelaySendConfirmation::outcome(const RelaySendVer
                                                               std::chrono::seconds waited) {
   return std::visit(
       Overloaded{
-          [](const RelaySendVerdict::Confirmed&) { return Outcome{"", true, std::nullopt}; },
+          [](const RelaySendVerdict::Confirmed& v) { return Outcome{"", true, std::nullopt, v.providerMessageId}; },
           [](const RelaySendVerdict::NotObservable& v) {
             return Outcome{" reported sent, delivery NOT observable here — " + v.reason, true, std::nullopt};
           },

@@ -31,6 +31,7 @@ struct RelaySendConfirmation {
     std::string logClause;  // empty when the send was confirmed
     bool ok = false;
     std::optional<std::string> failureReason;
+    std::optional<std::string> providerMessageId = std::nullopt;
   };
   static Outcome outcome(const RelaySendVerdict& verdict, std::chrono::seconds waited);
 };

@@ -1,9 +1,15 @@
 #include "RelaySendLedger.h"
 
 #include <algorithm>
+#include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
 #include <cctype>
 
+#include "Sha256.h"
+
 namespace quarl {
+namespace json = boost::json;
+using std::chrono::milliseconds;
 
 namespace {
 
@@ -12,6 +18,20 @@ std::string trimmed(std::string_view text) {
   if (first == std::string_view::npos) return {};
   const auto last = text.find_last_not_of(" \t\r\n\v\f");
   return std::string(text.substr(first, last - first + 1));
+}
+
+// CR LF and a lone CR become LF.
+std::string withLineFeeds(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '\r') {
+      out += text[i];
+    } else if (i + 1 >= text.size() || text[i + 1] != '\n') {
+      out += '\n';
+    }
+  }
+  return out;
 }
 
 std::string digitsOf(std::string_view text) {
@@ -28,7 +48,16 @@ bool equalIgnoringCase(std::string_view a, std::string_view b) {
   });
 }
 
+std::int64_t millisecondsSince1970(SystemTime at) {
+  return std::chrono::duration_cast<milliseconds>(at.time_since_epoch()).count();
+}
+
 }  // namespace
+
+RelaySendLedger::RelaySendLedger(std::shared_ptr<SettingsStore> store, std::chrono::seconds window)
+    : store_(std::move(store)), window_(window) {
+  load();
+}
 
 bool RelaySendLedger::sameConversation(std::string_view a, std::string_view b) {
   if (equalIgnoringCase(a, b)) return true;
@@ -38,26 +67,70 @@ bool RelaySendLedger::sameConversation(std::string_view a, std::string_view b) {
   return left.ends_with(right) || right.ends_with(left);
 }
 
+std::string RelaySendLedger::bodyDigest(std::string_view body) { return sha256Hex(trimmed(withLineFeeds(body))); }
+
+// Times are kept to the millisecond, as they are stored, so that an entry read back after a
+// restart is the entry that was recorded.
 void RelaySendLedger::record(std::string_view conversationRef, std::string_view body, SystemTime at) {
   std::lock_guard lock(mutex_);
-  entries_.push_back({std::string(conversationRef), trimmed(body), at});
+  std::erase_if(entries_, [&](const Entry& entry) { return entry.at < at - window_; });
+  entries_.push_back({std::string(conversationRef), bodyDigest(body), std::chrono::floor<milliseconds>(at)});
+  save();
+}
+
+void RelaySendLedger::withdraw(std::string_view conversationRef, std::string_view body, SystemTime at) {
+  std::lock_guard lock(mutex_);
+  const auto digest = bodyDigest(body);
+  const auto found = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+    return entry.at == std::chrono::floor<milliseconds>(at) && entry.bodyDigest == digest && entry.conversationRef == conversationRef;
+  });
+  if (found == entries_.end()) return;
+  entries_.erase(found);
+  save();
 }
 
 bool RelaySendLedger::claim(std::string_view conversationRef, std::string_view body, SystemTime at) {
   std::lock_guard lock(mutex_);
+  const auto before = entries_.size();
   std::erase_if(entries_, [&](const Entry& entry) { return entry.at < at - window_; });
-  const auto wanted = trimmed(body);
+  const auto wanted = bodyDigest(body);
   const auto found = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
-    return entry.body == wanted && sameConversation(entry.conversationRef, conversationRef);
+    return entry.bodyDigest == wanted && sameConversation(entry.conversationRef, conversationRef);
   });
-  if (found == entries_.end()) return false;
-  entries_.erase(found);
-  return true;
+  const bool claimed = found != entries_.end();
+  if (claimed) entries_.erase(found);
+  if (entries_.size() != before) save();
+  return claimed;
 }
 
 std::size_t RelaySendLedger::pending() const {
   std::lock_guard lock(mutex_);
   return entries_.size();
+}
+
+void RelaySendLedger::load() {
+  const auto stored = store_->read(key);
+  const auto* array = stored ? stored->if_array() : nullptr;
+  if (!array) return;
+  for (const auto& value : *array) {
+    const auto* object = value.if_object();
+    if (!object) continue;
+    const auto* conversation = object->if_contains("conversationRef");
+    const auto* digest = object->if_contains("bodyDigest");
+    const auto* at = object->if_contains("at");
+    if (!conversation || !conversation->is_string() || !digest || !digest->is_string() || !at || !at->is_int64()) continue;
+    entries_.push_back({std::string(conversation->get_string()), std::string(digest->get_string()),
+                        SystemTime(std::chrono::duration_cast<SystemTime::duration>(milliseconds(at->get_int64())))});
+  }
+}
+
+void RelaySendLedger::save() const {
+  json::array array;
+  for (const auto& entry : entries_) {
+    array.push_back(json::object{
+        {"conversationRef", entry.conversationRef}, {"bodyDigest", entry.bodyDigest}, {"at", millisecondsSince1970(entry.at)}});
+  }
+  store_->write(key, std::move(array));
 }
 
 }  // namespace quarl

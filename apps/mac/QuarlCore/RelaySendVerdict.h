@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -24,7 +25,9 @@ struct RelaySendVerdict {
   struct NotObservable {
     std::string reason;
   };
-  struct Confirmed {};
+  struct Confirmed {
+    std::optional<std::string> providerMessageId;  // the guid of the text's row, or of the one row
+  };
 
   std::variant<Refused, Incomplete, NoneWritten, NotObservable, Confirmed> value;
 

@@ -1,8 +1,11 @@
 #include <boost/asio/io_context.hpp>
+#include <boost/json/serialize.hpp>
 #include <gtest/gtest.h>
 
+#include "../tests/support/MemorySettingsStore.h"
 #include "../tests/support/RunAwaitable.h"
 #include "RelayJobReporting.h"
+#include "RelayJournal.h"
 
 #include "RelaySendConfirmation.h"
 #include "RelaySendLedger.h"
@@ -14,8 +17,9 @@ namespace {
 using namespace std::chrono_literals;
 const SystemTime now(1'790'000'000s);
 
-ChatDatabase::SendRecord row(std::string chat, std::int64_t error, bool sent) {
-  return {"G", std::move(chat), now, error, sent};
+ChatDatabase::SendRecord row(std::string chat, std::int64_t error, bool sent, std::string guid = "G",
+                             bool carriesFile = false) {
+  return {std::move(guid), std::move(chat), now, error, sent, carriesFile};
 }
 
 TEST(RelaySendConfirmation, VerdictsCountTheRowsOfTheSameConversationOnly) {
@@ -38,8 +42,13 @@ TEST(RelaySendConfirmation, VerdictsCountTheRowsOfTheSameConversationOnly) {
   const auto unmarked = RelaySendConfirmation::verdict({row("+15550001", 0, false)}, "+15550001", 1);
   EXPECT_EQ(std::get<RelaySendVerdict::Incomplete>(unmarked.value).written, 1);
   EXPECT_FALSE(unmarked.isFinal());
-  EXPECT_TRUE(std::holds_alternative<RelaySendVerdict::Confirmed>(
-      RelaySendConfirmation::verdict({row("+15550001", 0, true)}, "+15550001", 1).value));
+  const auto one = RelaySendConfirmation::verdict({row("+15550001", 0, true, "only")}, "+15550001", 1);
+  EXPECT_EQ(std::get<RelaySendVerdict::Confirmed>(one.value).providerMessageId, "only");
+  const auto withFiles = RelaySendConfirmation::verdict(
+      {row("+15550001", 0, true, "file-1", true), row("+15550001", 0, true, "text"), row("+15550001", 0, true, "file-2", true)},
+      "+15550001", 3);
+  EXPECT_EQ(std::get<RelaySendVerdict::Confirmed>(withFiles.value).providerMessageId, "text") << "the text's row";
+  EXPECT_EQ(RelaySendConfirmation::outcome(withFiles, 2s).providerMessageId, "text");
 }
 
 TEST(RelaySendConfirmation, FewerRowsThanExpectedAreAFailureAndUnmarkedRowsAreNot) {
@@ -61,15 +70,46 @@ TEST(RelaySendLedger, ClaimsEachSendOnceWithinItsWindowAndMatchesNumbersByTheirD
   EXPECT_TRUE(RelaySendLedger::sameConversation("12345", "12345"));
   EXPECT_FALSE(RelaySendLedger::sameConversation("+15550100001", "+15550100002"));
 
-  RelaySendLedger ledger(60s);
+  auto store = std::make_shared<testing::MemorySettingsStore>();
+  RelaySendLedger ledger(store, 60s);
   ledger.record("+15550100001", "  on my way \n", now);
   ledger.record("+15550100001", "old one", now - 5min);
-  EXPECT_EQ(ledger.pending(), 2u);
+  ledger.record("+15550100001", "first line\nsecond line", now);
+  ledger.record("+15550100001", "never went", now);
+  ledger.withdraw("+15550100001", "never went", now);
+  EXPECT_EQ(ledger.pending(), 2u) << "withdrawn, and the old one is past the window";
   EXPECT_FALSE(ledger.claim("+15550100001", "on my way?", now));
   EXPECT_TRUE(ledger.claim("5550100001", "on my way", now + 10s));
   EXPECT_FALSE(ledger.claim("5550100001", "on my way", now + 10s)) << "claimed once";
-  EXPECT_FALSE(ledger.claim("+15550100001", "old one", now)) << "older than the window";
-  EXPECT_EQ(ledger.pending(), 0u);
+  EXPECT_FALSE(ledger.claim("+15550100001", "never went", now)) << "withdrawn";
+
+  // A restart keeps what is not claimed yet, and Messages' carriage return is a line end.
+  RelaySendLedger restarted(store, 60s);
+  EXPECT_EQ(restarted.pending(), 1u);
+  EXPECT_TRUE(restarted.claim("+15550100001", "first line\rsecond line", now + 20s));
+  EXPECT_FALSE(restarted.claim("+15550100001", "old one", now)) << "older than the window";
+  EXPECT_EQ(RelaySendLedger(store, 60s).pending(), 0u);
+  EXPECT_EQ(boost::json::serialize(*store->read(RelaySendLedger::key)).find("line"), std::string::npos)
+      << "only digests of the words are kept";
+}
+
+TEST(RelayJournal, KeepsEachJobUntilItsReportIsTakenAcrossRestarts) {
+  auto store = std::make_shared<testing::MemorySettingsStore>();
+  {
+    RelayJournal journal(store);
+    EXPECT_TRUE(journal.begin({"job-1", "+15550001", "digest", 2, now + 1500us, std::nullopt}));
+    EXPECT_TRUE(journal.begin({"job-2", "chat42", "digest", 1, now, std::nullopt}));
+    journal.settle("job-2", {false, "Messages did not record this message.", std::nullopt});
+  }
+  RelayJournal journal(store);
+  ASSERT_EQ(journal.entries().size(), 2u);
+  const auto first = journal.find("job-1");
+  EXPECT_EQ(first->expectedRows, 2);
+  EXPECT_EQ(first->handedOverAt, now + 1ms) << "kept to the millisecond";
+  EXPECT_FALSE(first->report);
+  EXPECT_EQ(journal.find("job-2")->report->failureReason, "Messages did not record this message.");
+  journal.remove("job-2");
+  EXPECT_FALSE(RelayJournal(store).find("job-2"));
 }
 
 TEST(ReplyService, TheirNewestIMessageWinsOverTheChannel) {

@@ -93,32 +93,71 @@ TEST_F(MessagesCaptureAgainstDevBrain, FilesEachMessageOnceUnderItsChannelAndKee
   livePass(noSms);
   EXPECT_EQ(admin_.get("/admin/stats").at("duplicateIngests"), 0);
 
-  // While the service is away nothing moves; once it is back the rows go.
-  {
-    testing::MessagesStore store(storePath(), testing::MessagesSchema::tahoe, testing::MessagesStore::Opening::existing);
-    store.message({.guid = "m2", .chat = 1, .handle = 1, .text = "two", .date = testing::appleNanoseconds(now_ - 1min)});
-  }
-  admin_.post("/admin/faults", {{"path", "/v1/ingest"}, {"status", 503}, {"times", 2}});
-  capture(noSms);
-  EXPECT_EQ(capture_.report()->kind, ChatDatabaseCaptureReport::Kind::brainUnreachable);
-  EXPECT_EQ(cursor()->lastMessageDate, now_ - 30min - 5s);
-  livePass(noSms);
-  EXPECT_THAT(log_->lines(), Contains(HasSubstr("quarl: live ingest failed for one message: 503")));
-  capture(noSms);
-  EXPECT_THAT(ingestedIds(), ::testing::ElementsAre("m1", "m2"));
-  EXPECT_EQ(capture_.report()->kind, ChatDatabaseCaptureReport::Kind::ok);
-  EXPECT_EQ(cursor()->lastMessageDate, now_ - 1min - 5s);
+}
 
-  // A message the service refuses is its decision: counted, and the capture moves on.
+TEST_F(MessagesCaptureAgainstDevBrain, TheCursorPassesOnlyWhatTheServiceTookOrRefusedForGood) {
+  const CaptureChannels channels{"ch-imessage", "ch-sms"};
   {
-    testing::MessagesStore store(storePath(), testing::MessagesSchema::tahoe, testing::MessagesStore::Opening::existing);
-    store.message({.guid = "m3", .chat = 1, .handle = 1, .text = "three", .date = testing::appleNanoseconds(now_)});
+    testing::MessagesStore store(storePath());
+    const auto chat = store.chat("+15550001", "iMessage");
+    store.message({.guid = "first", .chat = chat, .text = "first", .date = testing::appleNanoseconds(now_ - 50min)});
+    store.message({.guid = "second", .chat = chat, .text = "second", .date = testing::appleNanoseconds(now_ - 40min)});
   }
-  admin_.post("/admin/faults", {{"path", "/v1/ingest"}, {"status", 422}, {"body", R"({"code":"unprocessable","message":"no"})"}});
-  capture(noSms);
-  EXPECT_EQ(capture_.report()->kind, ChatDatabaseCaptureReport::Kind::ingestRefused);
+  // A failure that would fail every message the same way ends the pass before that message.
+  const std::vector<json::object> everyMessageFails{
+      {{"status", 503}},
+      {{"drop", true}},
+      {{"status", 408}},
+      {{"status", 429}},
+      {{"status", 403}},
+      {{"status", 404}},
+      {{"status", 422}, {"body", R"({"code":"channel_disabled","message":"off"})"}},
+  };
+  for (const auto& fault : everyMessageFails) {
+    auto withPath = fault;
+    withPath["path"] = "/v1/ingest";
+    admin_.post("/admin/faults", withPath);
+    capture(channels);
+    EXPECT_TRUE(ingestedIds().empty()) << json::serialize(fault);
+    EXPECT_LT(cursor().value_or(CaptureCursor{now_}).lastMessageDate, now_ - 50min) << json::serialize(fault);
+    EXPECT_NE(capture_.report()->kind, ChatDatabaseCaptureReport::Kind::ok);
+  }
+  EXPECT_THAT(log_->lines(), Contains("quarl: capture stopped before message first — 503 error: The request was refused."));
+
+  // A session that is gone stops the message events too.
+  admin_.post("/admin/faults", {{"path", "/v1/ingest"}, {"status", 401}});
+  admin_.post("/admin/faults", {{"path", "/v1/auth/refresh"}, {"status", 400}});
+  const auto eventsBefore = admin_.requestsTo("/v1/ingest/message-events");
+  EXPECT_EQ(testing::runAwaitable(io_, capture_.capture(*client_, channels)), MessagesCapture::End::sessionGone);
+  EXPECT_EQ(admin_.requestsTo("/v1/ingest/message-events"), eventsBefore);
+  EXPECT_TRUE(ingestedIds().empty());
+
+  // The first message taken after one refused is passed over, counted and named.
+  admin_.post("/admin/faults", {{"path", "/v1/ingest"}, {"status", 422}, {"skip", 1},
+                                {"body", R"({"code":"unprocessable","message":"no"})"}});
+  capture(channels);
+  EXPECT_THAT(ingestedIds(), ::testing::ElementsAre("first"));
   EXPECT_EQ(capture_.report()->failed, 1);
-  EXPECT_EQ(cursor()->lastMessageDate, now_ - 5s);
+  EXPECT_EQ(capture_.report()->kind, ChatDatabaseCaptureReport::Kind::ingestRefused);
+  EXPECT_EQ(cursor()->lastMessageDate, now_ - 40min - 5s);
+  EXPECT_THAT(log_->lines(), Contains(HasSubstr("quarl: capture: Quarl refused message second — 422 unprocessable: no")));
+
+  // Each refusal of one record in a live pass goes on with the next.
+  auto at = now_ - 30min;
+  for (const int status : {400, 409, 413, 422}) {
+    const auto refused = "refused-" + std::to_string(status);
+    const auto taken = "taken-" + std::to_string(status);
+    {
+      testing::MessagesStore store(storePath(), testing::MessagesSchema::tahoe, testing::MessagesStore::Opening::existing);
+      store.message({.guid = refused, .chat = 1, .text = "x", .date = testing::appleNanoseconds(at += 1min)});
+      store.message({.guid = taken, .chat = 1, .text = "y", .date = testing::appleNanoseconds(at += 1min)});
+    }
+    admin_.post("/admin/faults", {{"path", "/v1/ingest"}, {"status", status}, {"times", 1}});
+    livePass(channels);
+    EXPECT_THAT(ingestedIds(), ::testing::AllOf(Contains(taken), ::testing::Not(Contains(refused)))) << status;
+    EXPECT_EQ(cursor()->lastMessageDate, at - 5s) << status;
+  }
+  EXPECT_EQ(admin_.get("/admin/stats").at("duplicateIngests"), 0);
 }
 
 TEST_F(MessagesCaptureAgainstDevBrain, TheLivePassReadsOnlyTheLastHourAndLeavesTheBacklogsPlace) {

@@ -76,7 +76,10 @@ TEST_F(RelayAgainstDevBrain, AConfirmedSendIsReportedOkAndNotCapturedAsANewMessa
                                                                    {"dataBase64", base64Encode("PNG")}}}}});
   const auto [code, log] = runOnce("sent");
   ASSERT_EQ(code, 0) << log;
-  EXPECT_EQ(reportOf(job), (json::object{{"ok", true}, {"jobId", job}})) << log;
+  const auto report = reportOf(job);
+  EXPECT_EQ(report.at("ok"), true) << log;
+  EXPECT_THAT(std::string(report.at("providerMessageId").as_string()), ::testing::MatchesRegex("standin-[0-9]+-2"))
+      << "the text's row, the second written";
   EXPECT_THAT(log, HasSubstr("quarl: relay: sending 1 file(s) with job " + job));
   EXPECT_THAT(log, HasSubstr("relay job " + job + " on sms goes out as iMessage — their newest message came over iMessage"));
   EXPECT_THAT(log, HasSubstr("quarl: relay: job " + job + " sent"));
@@ -86,9 +89,14 @@ TEST_F(RelayAgainstDevBrain, AConfirmedSendIsReportedOkAndNotCapturedAsANewMessa
   const auto sent = testing::fileContents(standInLog());
   EXPECT_THAT(sent, HasSubstr("file\t+15550001\tiMessage\t"));
   EXPECT_THAT(sent, HasSubstr("-map.png\n")) << "the file keeps its name but not its folder part";
-  EXPECT_THAT(sent, HasSubstr("text\t+15550001\tiMessage\tOn my way — \"10 min\"\nsee you\n"));
-  EXPECT_THAT(ingestedBodies(), ::testing::ElementsAre("are you coming?")) << "the relayed rows are the Mac's own";
+  EXPECT_THAT(sent, HasSubstr("text\t+15550001\tiMessage\tOn my way — \"10 min\"\rsee you\n"))
+      << "Messages stores the line break as AppleScript's return";
   EXPECT_TRUE(fs::is_empty(temporary())) << "staged files and snapshots are removed";
+
+  // A restart reads the newest rows again; the relayed ones stay the Mac's own.
+  const auto again = runOnce("sent");
+  EXPECT_THAT(ingestedBodies(), ::testing::ElementsAre("are you coming?")) << again.log;
+  EXPECT_EQ(admin_.get("/admin/stats").at("duplicateIngests"), 0);
 }
 
 TEST_F(RelayAgainstDevBrain, RefusalsAndFailuresAreReportedInTheirOwnSentences) {

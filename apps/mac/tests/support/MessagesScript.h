@@ -17,7 +17,8 @@ struct MessagesScript {
 
 // Reads one AppleScript string literal (with the companion's `return` and `(character id 13)`
 // joins) from the front of `text`, which starts just after the opening quote; none when it is
-// not well formed. `text` is left just after the closing quote.
+// not well formed. `text` is left just after the closing quote. Both joins are a carriage
+// return, as in AppleScript itself, where `return` is the character with id 13.
 inline std::optional<std::string> readLiteral(std::string_view& text) {
   std::string value;
   for (;;) {
@@ -29,11 +30,11 @@ inline std::optional<std::string> readLiteral(std::string_view& text) {
       value += text.front();
       text.remove_prefix(1);
     } else if (c == '"') {
-      static constexpr std::string_view lineFeed = " & return & \"";
+      static constexpr std::string_view returnConstant = " & return & \"";
       static constexpr std::string_view carriageReturn = " & (character id 13) & \"";
-      if (text.starts_with(lineFeed)) {
-        value += '\n';
-        text.remove_prefix(lineFeed.size());
+      if (text.starts_with(returnConstant)) {
+        value += '\r';
+        text.remove_prefix(returnConstant.size());
       } else if (text.starts_with(carriageReturn)) {
         value += '\r';
         text.remove_prefix(carriageReturn.size());
