@@ -1,4 +1,5 @@
 #include "MessagesSender.h"
+#include "RelaySendLedger.h"
 
 #include <gtest/gtest.h>
 
@@ -26,7 +27,11 @@ TEST(MessagesSender, AnyBodyComesBackExactlyFromTheScriptsLiteral) {
     for (int n = length(random); n > 0; --n) body += pieces[pick(random)];
     const auto parsed = testing::parseMessagesScript(MessagesSender::script("+15550001", body, overIMessage, std::nullopt));
     ASSERT_TRUE(parsed) << body;
-    EXPECT_EQ(parsed->body, body);
+    auto stored = body;  // AppleScript's `return` is a carriage return
+    std::replace(stored.begin(), stored.end(), '\n', '\r');
+    EXPECT_EQ(parsed->body, stored);
+    EXPECT_EQ(RelaySendLedger::bodyDigest(parsed->body), RelaySendLedger::bodyDigest(body))
+        << "the ledger knows the stored row by the job's words";
     EXPECT_EQ(parsed->target, "+15550001");
     EXPECT_EQ(parsed->serviceType, "iMessage");
   }

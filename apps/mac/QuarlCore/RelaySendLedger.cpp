@@ -20,17 +20,13 @@ std::string trimmed(std::string_view text) {
   return std::string(text.substr(first, last - first + 1));
 }
 
-// CR LF and a lone CR become LF.
+// Every carriage return becomes a line feed. The script sends a line feed as AppleScript's
+// `return` and a carriage return as itself, so Messages stores both as carriage returns, a CR LF
+// pair as two: only a character-for-character mapping gives the stored row and the job's text
+// one digest.
 std::string withLineFeeds(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '\r') {
-      out += text[i];
-    } else if (i + 1 >= text.size() || text[i + 1] != '\n') {
-      out += '\n';
-    }
-  }
+  std::string out(text);
+  std::replace(out.begin(), out.end(), '\r', '\n');
   return out;
 }
 

@@ -37,8 +37,8 @@ class RelaySendLedger {
   // Equal ignoring case; otherwise by digits: 7 or more on both sides, one ending the other,
   // so a number with and without its country code match. Short codes match only as text.
   static bool sameConversation(std::string_view a, std::string_view b);
-  // The digest a body is known by: trimmed, with every line end written as a line feed, since
-  // Messages stores AppleScript's `return` as a carriage return.
+  // The digest a body is known by: trimmed, with every carriage return written as a line feed,
+  // since Messages stores AppleScript's `return` as a carriage return.
   static std::string bodyDigest(std::string_view body);
 
  private:
