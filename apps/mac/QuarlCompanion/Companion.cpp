@@ -349,15 +349,23 @@ std::shared_ptr<BrainClient> Companion::client() {
   }
   if (client_) return client_;
   std::weak_ptr<Companion> weak = weak_from_this();
+  const auto session = session_;
   client_ = std::make_shared<BrainClient>(parts_.executor, settings_.apiURL, parts_.identity, settings_.credentials,
                                           parts_.transport, parts_.clock,
-                                          [weak](const std::string& access, const std::string& refresh) {
-                                            if (auto self = weak.lock()) self->storeRotatedTokens(access, refresh);
+                                          [weak, session](const std::string& access, const std::string& refresh) {
+                                            if (auto self = weak.lock()) self->storeRotatedTokens(session, access, refresh);
                                           });
   return client_;
 }
 
-void Companion::storeRotatedTokens(const std::string& accessToken, const std::string& refreshToken) {
+void Companion::storeRotatedTokens(std::uint64_t session, const std::string& accessToken,
+                                   const std::string& refreshToken) {
+  // An exchange that finishes after a sign-out or a new pairing belongs to a session that is
+  // over: its pair must not be written over the new state.
+  if (session != session_) {
+    QuarlLog::say("quarl: a token rotation of a session that has ended came late — dropped");
+    return;
+  }
   // A keychain that refuses the pair is not fatal: the tokens in memory stay in use this run.
   parts_.keychain->write(keys::accessTokenAccount, accessToken);
   parts_.keychain->write(keys::refreshTokenAccount, refreshToken);
@@ -408,6 +416,7 @@ asio::awaitable<std::optional<std::string>> Companion::pair() {
       settings_ = CompanionSettings::load(*parts_.defaults);
       settings_.credentials = credentials;
       client_.reset();
+      ++session_;
       state_.signIn = SignIn::signedIn(credentials.deviceId);
       if (operatorLink_) operatorLink_->wake();
       outcome = std::nullopt;
@@ -432,6 +441,7 @@ void Companion::signOut() {
   parts_.defaults->remove(keys::deviceId);
   settings_.credentials.reset();
   client_.reset();
+  ++session_;
   state_.signIn = SignIn::signedOut();
   if (operatorLink_) operatorLink_->wake();  // a signed-out Mac ends its live run now
   QuarlLog::say("quarl: signed out — credentials forgotten, this Mac has stopped relaying");

@@ -104,7 +104,7 @@ class Companion : public std::enable_shared_from_this<Companion> {
   // The one client of this sign-in, shared by every stage: its single-flight renewal is what
   // keeps two stages from presenting the same refresh token, which would end the session.
   std::shared_ptr<BrainClient> client();
-  void storeRotatedTokens(const std::string& accessToken, const std::string& refreshToken);
+  void storeRotatedTokens(std::uint64_t session, const std::string& accessToken, const std::string& refreshToken);
   void loadCredentials();
 
   static boost::asio::awaitable<void> liveAfterSettling(std::shared_ptr<Companion> self);
@@ -123,6 +123,7 @@ class Companion : public std::enable_shared_from_this<Companion> {
   std::optional<std::string> badgeLabel_;
   std::optional<std::string> pairingCode_;
   std::uint64_t timerGeneration_ = 0;
+  std::uint64_t session_ = 0;  // one more at every sign-out and pairing: the rotations of a client belong to its session
   std::int64_t ticksRun_ = 0;
   bool ticking_ = false;
   bool tickRequested_ = false;

@@ -11,6 +11,7 @@
 #include "../tests/support/ManualClock.h"
 #include "../tests/support/MemorySettingsStore.h"
 #include "../tests/support/RunAwaitable.h"
+#include "../tests/support/ScriptedTransport.h"
 #include "SettingsKeys.h"
 
 namespace quarl {
@@ -37,8 +38,9 @@ class MemoryKeychain final : public Keychain {
 
 class CompanionWithManualClock : public ::testing::Test {
  protected:
-  std::shared_ptr<Companion> companion() {
-    return Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_, transport_, host_,
+  std::shared_ptr<Companion> companion(std::shared_ptr<HttpTransport> transport = nullptr) {
+    if (!transport) transport = transport_;
+    return Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_, transport, host_,
                                             ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, "/nonexistent/chat.db"});
   }
   void signIn() {
@@ -117,6 +119,22 @@ TEST_F(CompanionWithManualClock, SigningOutDuringATickLeavesTheLaterStagesWithou
   EXPECT_EQ(keychain_->read(keys::accessTokenAccount), std::nullopt);
   EXPECT_EQ(defaults_->string(keys::deviceId), std::nullopt);
   EXPECT_FALSE(coordinator->state().signIn.isSignedIn());
+  QuarlLog::install(nullptr);
+}
+
+TEST_F(CompanionWithManualClock, ARotationThatEndsAfterASignOutIsNotWrittenIntoTheNextSession) {
+  signIn();
+  auto service = std::make_shared<testing::ScriptedTransport>("https://api.quarl.app", clock_);
+  service->answer("/v1/relay/heartbeat", 401, "{}");
+  service->answer("/v1/auth/refresh", 200, R"({"accessToken":"late-access","refreshToken":"late-refresh"})", 5s);
+  auto coordinator = companion(service);
+  asio::co_spawn(io_, coordinator->heartbeat(), asio::detached);
+  runReady();
+  coordinator->signOut();
+  pass(6s);
+  EXPECT_EQ(keychain_->read(keys::accessTokenAccount), std::nullopt);
+  EXPECT_EQ(keychain_->read(keys::refreshTokenAccount), std::nullopt);
+  EXPECT_EQ(linesContaining("quarl: a token rotation of a session that has ended came late — dropped"), 1);
   QuarlLog::install(nullptr);
 }
 
