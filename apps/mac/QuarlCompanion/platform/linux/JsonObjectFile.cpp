@@ -1,6 +1,7 @@
 #include "JsonObjectFile.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -88,11 +89,6 @@ void JsonObjectFile::load(const Clock& clock) {
                 " and started without it");
 }
 
-boost::json::object JsonObjectFile::snapshot() const {
-  std::lock_guard lock(mutex_);
-  return object_;
-}
-
 std::optional<boost::json::value> JsonObjectFile::member(std::string_view key) const {
   std::lock_guard lock(mutex_);
   const auto* value = object_.if_contains(key);
@@ -100,21 +96,43 @@ std::optional<boost::json::value> JsonObjectFile::member(std::string_view key) c
   return *value;
 }
 
-bool JsonObjectFile::save(boost::json::object next) {
+std::optional<boost::json::object> JsonObjectFile::current() const {
+  std::error_code exists;
+  if (!fs::exists(path_, exists)) return boost::json::object{};
+  std::ifstream in(path_, std::ios::binary);
+  if (!in) return std::nullopt;
+  std::stringstream text;
+  text << in.rdbuf();
+  boost::system::error_code error;
+  auto parsed = boost::json::parse(text.str(), error);
+  if (error || !parsed.is_object()) return std::nullopt;
+  return std::move(parsed.as_object());
+}
+
+bool JsonObjectFile::update(const std::function<void(boost::json::object&)>& change) {
   std::lock_guard lock(mutex_);
   if (!writable_) return false;
+  std::error_code error;
+  fs::create_directories(path_.parent_path(), error);
+  const auto lockPath = path_.string() + ".lock";
+  const int held = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, mode_);
+  if (held < 0) return false;
+  while (::flock(held, LOCK_EX) != 0 && errno == EINTR) {
+  }
+  // A file another process spoiled since it was loaded is not overwritten from memory blindly:
+  // the change is made to what this process last saw.
+  auto next = current().value_or(object_);
+  change(next);
   // Boost.JSON writes string bytes as they are; text that is not UTF-8 would make the whole
   // file unreadable next time.
   const auto text = boost::json::serialize(next);
-  if (!isValidUtf8(text) || !writeAtomically(text)) return false;
-  object_ = std::move(next);
-  return true;
+  const bool saved = isValidUtf8(text) && writeAtomically(text);
+  ::close(held);  // releases the lock
+  if (saved) object_ = std::move(next);
+  return saved;
 }
 
 bool JsonObjectFile::writeAtomically(const std::string& text) const {
-  std::error_code error;
-  fs::create_directories(path_.parent_path(), error);
-  if (error) return false;
   std::string temporary = path_.string() + ".XXXXXX";
   const int fd = ::mkstemp(temporary.data());
   if (fd < 0) return false;

@@ -4,6 +4,7 @@
 
 #include <boost/json/object.hpp>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string_view>
@@ -15,8 +16,10 @@ namespace quarl {
 // The folder the Linux host keeps its settings in: $XDG_CONFIG_HOME/quarl, else ~/.config/quarl.
 std::filesystem::path configDirectory();
 
-// One JSON object kept in one file, replaced atomically on every save (temporary file, fsync,
-// rename), so that a crash leaves the old file or the new one and never half of either.
+// One JSON object kept in one file, replaced atomically on every change (temporary file, fsync,
+// rename), so that a crash leaves the old file or the new one and never half of either. Every
+// change is made to the file as it is on disk now, under a lock shared by every process
+// ("<name>.lock" beside it), so that one process never puts back a key another removed.
 //
 // A file that is not a JSON object is set aside as "<name>.corrupt-<time>" and logged, and
 // the object starts empty: the companion never crashes on it and never overwrites it unread.
@@ -26,14 +29,15 @@ class JsonObjectFile {
  public:
   JsonObjectFile(std::filesystem::path path, mode_t mode, const Clock& clock);
 
-  boost::json::object snapshot() const;
   std::optional<boost::json::value> member(std::string_view key) const;
-  // Replaces the file's content by `next`; whether it reached the disk. The object in memory
-  // changes only when it did.
-  bool save(boost::json::object next);
+  // Reads the file again, applies `change` and writes it back, all under the lock; whether it
+  // reached the disk. The object in memory is the file's as last read or written.
+  bool update(const std::function<void(boost::json::object&)>& change);
 
  private:
   void load(const Clock& clock);
+  // The file's object as it is on disk now; none when it cannot be read as one.
+  std::optional<boost::json::object> current() const;
   bool writeAtomically(const std::string& text) const;
 
   std::filesystem::path path_;

@@ -51,7 +51,14 @@ TEST(FileSettingsStore, EveryTypeSurvivesARestart) {
   EXPECT_EQ(reopened.string("QuarlAskedAboutLogin"), std::nullopt);
   EXPECT_EQ(reopened.boolean("QuarlDeviceId"), std::nullopt);
   // Leftover temporary files would mean a write was not atomic.
-  EXPECT_THAT(filesIn(directory), ::testing::ElementsAre("defaults.json"));
+  EXPECT_THAT(filesIn(directory), ::testing::UnorderedElementsAre("defaults.json", "defaults.json.lock"));
+
+  // Another process's removal is never undone by this one's next write.
+  FileSettingsStore other(directory, clock);
+  EXPECT_TRUE(reopened.remove("QuarlDeviceId"));
+  EXPECT_TRUE(other.write("QuarlAskedAboutLogin", false));
+  EXPECT_EQ(FileSettingsStore(directory, clock).string("QuarlDeviceId"), std::nullopt);
+  EXPECT_EQ(FileSettingsStore(directory, clock).boolean("QuarlAskedAboutLogin"), false);
 }
 
 TEST(FileSettingsStore, ACorruptFileIsSetAsideLoggedAndNeverOverwrittenUnread) {

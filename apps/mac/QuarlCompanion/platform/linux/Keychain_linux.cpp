@@ -12,16 +12,13 @@ std::optional<std::string> FileKeychain::read(std::string_view account) const {
 }
 
 bool FileKeychain::write(std::string_view account, std::string_view value) {
-  auto object = file_.snapshot();
-  object[account] = value;
-  return file_.save(std::move(object));
+  return file_.update([&](boost::json::object& object) { object[account] = value; });
 }
 
 bool FileKeychain::remove(std::string_view account) {
-  auto object = file_.snapshot();
-  if (!object.contains(account)) return false;
-  object.erase(account);
-  return file_.save(std::move(object));
+  bool held = false;
+  const bool saved = file_.update([&](boost::json::object& object) { held = object.erase(account) > 0; });
+  return saved && held;
 }
 
 }  // namespace quarl

@@ -10,16 +10,11 @@ std::optional<boost::json::value> FileSettingsStore::read(std::string_view key) 
 }
 
 bool FileSettingsStore::write(std::string_view key, boost::json::value value) {
-  auto object = file_.snapshot();
-  object[key] = std::move(value);
-  return file_.save(std::move(object));
+  return file_.update([&](boost::json::object& object) { object[key] = std::move(value); });
 }
 
 bool FileSettingsStore::remove(std::string_view key) {
-  auto object = file_.snapshot();
-  if (!object.contains(key)) return true;
-  object.erase(key);
-  return file_.save(std::move(object));
+  return file_.update([&](boost::json::object& object) { object.erase(key); });
 }
 
 }  // namespace quarl

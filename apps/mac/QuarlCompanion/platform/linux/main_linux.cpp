@@ -1,7 +1,7 @@
 // quarl-companion: the headless Linux host of the companion.
 //   quarl-companion           runs until SIGINT or SIGTERM, then exits 0 once the tick in hand ends
 //   quarl-companion --once    pairs if needed, runs one full tick and one relay pass, exits
-//   quarl-companion sign-out  forgets this computer's credentials
+//   quarl-companion sign-out  forgets this computer's credentials, in the running host when one runs
 //   quarl-companion operator-stop
 //                             stops the operator run of the running host, as the menu does on a Mac
 //   quarl-companion operator on|off
@@ -13,6 +13,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <string_view>
 
@@ -22,11 +23,12 @@
 #include "FileOperator_linux.h"
 #include "FileStepExecutor.h"
 #include "HttpTransport_linux.h"
+#include "InstanceLock_linux.h"
 #include "KeepAwake_linux.h"
 #include "Keychain_linux.h"
 #include "LogSink_linux.h"
 #include "OperatorBar_linux.h"
-#include "OperatorControl_linux.h"
+#include "HostControl_linux.h"
 #include "QuarlLog.h"
 #include "SettingsKeys.h"
 #include "SettingsStore_linux.h"
@@ -66,19 +68,49 @@ asio::awaitable<void> runUntilStopped(std::shared_ptr<Companion> companion, int*
 
 // How long a quitting host gives the report of the run it ends.
 constexpr std::chrono::seconds stopReportBound{2};
+// How long a quitting host waits for the relay job in hand: its confirmation (44 s) and the
+// retries of its report (17 s), with room for slow answers. A job still unsettled then stays in
+// the journal and is settled, never sent again, at the next start.
+constexpr std::chrono::seconds relayFinishBound{90};
 
-// Ends a live operator run as the companion quitting, lets the tick in hand finish, then stops
-// the loop.
+// Ends a live operator run as the companion quitting, stops claiming relay jobs, lets the tick
+// and the relay job in hand finish, then stops the loop.
 asio::awaitable<void> stopWhenIdle(std::shared_ptr<Companion> companion, std::shared_ptr<const Clock> clock,
                                    asio::io_context* io) {
   companion->stopTimers();
   co_await companion->finishOperating(stopReportBound);
-  while (companion->isTicking()) co_await clock->sleep(std::chrono::milliseconds(50));
+  const auto deadline = clock->now() + relayFinishBound;
+  while ((companion->isTicking() || companion->isRelaying()) && clock->now() < deadline) {
+    co_await clock->sleep(std::chrono::milliseconds(50));
+  }
+  if (companion->isRelaying()) {
+    QuarlLog::say("quarl: quitting with a relay job unsettled — the next start confirms it from the store and reports it");
+  }
   io->stop();
 }
 
+// The running host signs out itself, since it holds the session in memory; without one, this
+// process does, holding the lock so that no host starts meanwhile.
+int signOut(const std::function<std::shared_ptr<Companion>()>& makeCompanion) {
+  const auto directory = configDirectory();
+  if (auto answer = HostControl::ask(HostControl::socketPath(directory), "sign-out")) {
+    std::cout << *answer << std::endl;
+    return 0;
+  }
+  std::string refusal;
+  const auto lock = InstanceLock::take(directory, refusal);
+  if (!lock) {
+    std::cerr << "Quarl is running on this computer but did not answer, so it was not signed out. Quit it and try again."
+              << std::endl;
+    return 1;
+  }
+  makeCompanion()->signOut();
+  std::cout << HostControl::signedOutSentence << std::endl;
+  return 0;
+}
+
 int stopOperatorRun() {
-  if (auto answer = OperatorControl::ask(OperatorControl::socketPath(configDirectory()), "stop")) {
+  if (auto answer = HostControl::ask(HostControl::socketPath(configDirectory()), "stop")) {
     std::cout << *answer << std::endl;
     return 0;
   }
@@ -89,7 +121,7 @@ int stopOperatorRun() {
 // The running host takes the choice itself; without one, it is saved for the next start.
 int switchOperator(bool on) {
   const auto directory = configDirectory();
-  if (auto answer = OperatorControl::ask(OperatorControl::socketPath(directory), on ? "on" : "off")) {
+  if (auto answer = HostControl::ask(HostControl::socketPath(directory), on ? "on" : "off")) {
     std::cout << *answer << std::endl;
     return 0;
   }
@@ -98,7 +130,7 @@ int switchOperator(bool on) {
     std::cerr << "The setting could not be saved, so operator mode is unchanged." << std::endl;
     return 1;
   }
-  std::cout << OperatorControl::switchedSentence(on) << std::endl;
+  std::cout << HostControl::switchedSentence(on) << std::endl;
   return 0;
 }
 
@@ -131,18 +163,24 @@ int main(int argc, char** argv) {
   asio::io_context io;
   auto clock = std::make_shared<SystemClock>();
   const auto directory = configDirectory();
-  auto companion = Companion::create(CompanionParts{io.get_executor(), clock,
-                                                    std::make_shared<FileSettingsStore>(directory, *clock),
-                                                    std::make_shared<FileKeychain>(directory, *clock),
-                                                    std::make_shared<BeastHttpTransport>(io.get_executor()),
-                                                    std::make_shared<LinuxCompanionHost>(), hostIdentity(),
-                                                    ChatDatabase::defaultPath(),
-                                                    std::make_shared<InotifyStoreWatcher>(io.get_executor()),
-                                                    linuxOperatorParts()});
-  if (command == "sign-out") {
-    companion->signOut();
-    return 0;
+  const auto makeCompanion = [&] {
+    return Companion::create(CompanionParts{io.get_executor(), clock, std::make_shared<FileSettingsStore>(directory, *clock),
+                                            std::make_shared<FileKeychain>(directory, *clock),
+                                            std::make_shared<BeastHttpTransport>(io.get_executor()),
+                                            std::make_shared<LinuxCompanionHost>(), hostIdentity(),
+                                            ChatDatabase::defaultPath(),
+                                            std::make_shared<InotifyStoreWatcher>(io.get_executor()),
+                                            linuxOperatorParts()});
+  };
+  if (command == "sign-out") return signOut(makeCompanion);
+
+  std::string refusal;
+  const auto lock = InstanceLock::take(directory, refusal);
+  if (!lock) {
+    std::cerr << refusal << std::endl;
+    return 1;
   }
+  auto companion = makeCompanion();
 
   int exitCode = 0;
   if (command == "--once") {
@@ -150,10 +188,11 @@ int main(int argc, char** argv) {
     io.run();
     return exitCode;
   }
-  OperatorControl control(io.get_executor(), OperatorControl::socketPath(directory),
-                          {[&companion] { return companion->stopOperating(); },
-                           [&companion](bool on) { return companion->setOperatorAllowed(on); }});
-  if (auto refusal = control.listen()) QuarlLog::say("quarl: operator commands will not reach this host — " + *refusal);
+  HostControl control(io.get_executor(), HostControl::socketPath(directory),
+                      {[&companion] { return companion->stopOperating(); },
+                       [&companion](bool on) { return companion->setOperatorAllowed(on); },
+                       [&companion] { companion->signOut(); }});
+  if (auto refusal = control.listen()) QuarlLog::say("quarl: commands will not reach this host — " + *refusal);
   asio::signal_set signals(io, SIGINT, SIGTERM);
   signals.async_wait([&](const boost::system::error_code& error, int) {
     if (!error) asio::co_spawn(io, stopWhenIdle(companion, clock, &io), asio::detached);

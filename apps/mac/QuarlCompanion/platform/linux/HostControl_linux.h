@@ -6,32 +6,38 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace quarl {
 
-// How `quarl-companion operator-stop` and `quarl-companion operator on|off` reach the running
-// host: a Unix socket, for the owner only, in the config folder. They are the headless host's
-// "Stop operating this Mac" menu entry and its operator switch. The host's side runs on the
-// main executor; each command is one line, each answer one sentence.
-class OperatorControl {
+// How `quarl-companion operator-stop`, `operator on|off` and `sign-out` reach the running host: a
+// Unix socket, for the owner only, in the config folder. They are the headless host's "Stop
+// operating this Mac" menu entry, its operator switch and its sign-out, carried out by the host
+// that holds the session in memory. The host's side runs on the main executor; each command is
+// one line, each answer one sentence.
+class HostControl {
  public:
   struct Commands {
     // Stops the live run; the run that was stopped, or none when none was live.
     std::function<std::optional<std::string>()> stop;
     // Switches operator mode on or off; whether the choice was saved.
     std::function<bool(bool on)> allow;
+    // Forgets this computer's credentials.
+    std::function<void()> signOut;
   };
 
   static std::filesystem::path socketPath(const std::filesystem::path& configDirectory);
   static std::string switchedSentence(bool on);
+  static constexpr std::string_view signedOutSentence =
+      "Signed out: this computer's credentials are forgotten and it has stopped relaying.";
 
-  OperatorControl(boost::asio::any_io_executor executor, std::filesystem::path socket, Commands commands);
-  ~OperatorControl();
+  HostControl(boost::asio::any_io_executor executor, std::filesystem::path socket, Commands commands);
+  ~HostControl();
 
   // Starts answering; the sentence of why it cannot, or none.
   std::optional<std::string> listen();
 
-  // The command's side: sends `command` ("stop", "on" or "off") to the running host. Its
+  // The command's side: sends `command` ("stop", "on", "off" or "sign-out") to the running host. Its
   // sentence, or none when no host answers.
   static std::optional<std::string> ask(const std::filesystem::path& socket, const std::string& command);
 

@@ -1,4 +1,4 @@
-#include "OperatorControl_linux.h"
+#include "HostControl_linux.h"
 
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -34,25 +34,29 @@ std::string stoppedSentence(const std::optional<std::string>& stopped) {
   return "Quarl stopped operating this computer (run " + *stopped + "); the service will be told.";
 }
 
-std::string answerTo(const std::string& command, const OperatorControl::Commands& commands) {
+std::string answerTo(const std::string& command, const HostControl::Commands& commands) {
   if (command == "stop") return stoppedSentence(commands.stop());
   if (command == "on" || command == "off") {
     if (!commands.allow(command == "on")) return "The setting could not be saved, so operator mode is unchanged.";
-    return OperatorControl::switchedSentence(command == "on");
+    return HostControl::switchedSentence(command == "on");
+  }
+  if (command == "sign-out") {
+    commands.signOut();
+    return std::string(HostControl::signedOutSentence);
   }
   return "That is not something Quarl can be asked here.";
 }
 
 }  // namespace
 
-struct OperatorControl::Listener {
+struct HostControl::Listener {
   explicit Listener(asio::any_io_executor executor) : acceptor(std::move(executor)) {}
   local::acceptor acceptor;
 };
 
 namespace {
 
-asio::awaitable<void> answerOne(local::socket socket, OperatorControl::Commands commands) {
+asio::awaitable<void> answerOne(local::socket socket, HostControl::Commands commands) {
   asio::streambuf request(longestCommand);
   auto [readError, read] = co_await asio::async_read_until(socket, request, '\n', tuple);
   if (readError) co_return;
@@ -63,8 +67,8 @@ asio::awaitable<void> answerOne(local::socket socket, OperatorControl::Commands 
   co_await asio::async_write(socket, asio::buffer(answer), tuple);
 }
 
-asio::awaitable<void> acceptAll(std::shared_ptr<OperatorControl::Listener> listener,
-                                OperatorControl::Commands commands) {
+asio::awaitable<void> acceptAll(std::shared_ptr<HostControl::Listener> listener,
+                                HostControl::Commands commands) {
   for (;;) {
     auto [error, socket] = co_await listener->acceptor.async_accept(tuple);
     if (error) co_return;
@@ -74,26 +78,26 @@ asio::awaitable<void> acceptAll(std::shared_ptr<OperatorControl::Listener> liste
 
 }  // namespace
 
-std::filesystem::path OperatorControl::socketPath(const std::filesystem::path& configDirectory) {
-  return configDirectory / "operator.sock";
+std::filesystem::path HostControl::socketPath(const std::filesystem::path& configDirectory) {
+  return configDirectory / "control.sock";
 }
 
-std::string OperatorControl::switchedSentence(bool on) {
+std::string HostControl::switchedSentence(bool on) {
   return on ? "Operator mode is on: the service may operate this computer while it is signed in."
             : "Operator mode is off: the service cannot operate this computer until it is switched on again.";
 }
 
-OperatorControl::OperatorControl(asio::any_io_executor executor, std::filesystem::path socket, Commands commands)
+HostControl::HostControl(asio::any_io_executor executor, std::filesystem::path socket, Commands commands)
     : executor_(std::move(executor)), socket_(std::move(socket)), commands_(std::move(commands)) {}
 
-OperatorControl::~OperatorControl() {
+HostControl::~HostControl() {
   if (!listener_) return;
   boost::system::error_code ignored;
   listener_->acceptor.close(ignored);
   std::filesystem::remove(socket_, ignored);
 }
 
-std::optional<std::string> OperatorControl::listen() {
+std::optional<std::string> HostControl::listen() {
   // A socket another host still answers on is left to it; one left behind by a host that
   // ended without cleaning up is replaced.
   if (!fitsSocketAddress(socket_)) return "the config folder's path is too long for the socket " + socket_.string();
@@ -112,7 +116,7 @@ std::optional<std::string> OperatorControl::listen() {
   return std::nullopt;
 }
 
-std::optional<std::string> OperatorControl::ask(const std::filesystem::path& socket, const std::string& command) {
+std::optional<std::string> HostControl::ask(const std::filesystem::path& socket, const std::string& command) {
   if (!fitsSocketAddress(socket)) return std::nullopt;
   asio::io_context io;
   local::socket connection(io);
