@@ -241,10 +241,14 @@ Answer IngestDesk::upload(const std::string& attachmentId, const json::object& b
 Answer IngestDesk::claim(const json::object& body) {
   const auto limit = body.at("limit").get_int64();
   json::array claimed;
+  const auto now = std::chrono::steady_clock::now();
   for (auto& job : jobs_) {
     if (static_cast<std::int64_t>(claimed.size()) >= limit) break;
-    if (job.claimed) continue;
+    const bool leaseOver = job.claimed && claimLease_ && now - job.claimedAt >= *claimLease_;
+    if (job.claimed && !leaseOver) continue;
+    if (leaseOver) job.record["attempts"] = job.record.at("attempts").as_int64() + 1;
     job.claimed = true;
+    job.claimedAt = now;
     claimed.push_back(job.record);
   }
   return jsonAnswer(200, json::object{{"jobs", std::move(claimed)}});
@@ -327,6 +331,7 @@ void IngestDesk::addStats(json::object& stats) const {
 
 void IngestDesk::applySettings(const json::object& body) {
   if (const auto* v = body.if_contains("wantBytes"); v && v->is_bool()) wantBytes_ = v->get_bool();
+  if (const auto* v = body.if_contains("claimLeaseMs"); v && v->is_int64()) claimLease_ = std::chrono::milliseconds(v->get_int64());
 }
 
 }  // namespace devbrain

@@ -2,6 +2,7 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
+#include <chrono>
 #include <deque>
 #include <map>
 #include <optional>
@@ -25,7 +26,8 @@ class IngestDesk {
   std::optional<Answer> route(const std::string& method, const std::string& path, const boost::json::object& body);
   // The desk's admin calls; none when the path is not one of them.
   std::optional<Answer> admin(const std::string& method, const std::string& path, const boost::json::object& body);
-  // The desk's part of /admin/settings: "wantBytes" (true unless told otherwise).
+  // The desk's part of /admin/settings: "wantBytes" (true unless told otherwise) and
+  // "claimLeaseMs" (a claimed job not reported within it is offered again).
   void applySettings(const boost::json::object& body);
   // The desk's part of /admin/stats.
   void addStats(boost::json::object& stats) const;
@@ -35,6 +37,7 @@ class IngestDesk {
     boost::json::object record;                        // as claimed
     std::map<std::string, boost::json::object> files;  // attachment id -> FetchedAttachment
     bool claimed = false;
+    std::chrono::steady_clock::time_point claimedAt;
   };
 
   Answer ingest(const boost::json::object& body);
@@ -53,6 +56,8 @@ class IngestDesk {
   boost::json::array reports_;
   std::deque<Job> jobs_;
   bool wantBytes_ = true;
+  // Like the service, a job claimed and not reported within this is offered again; none: never.
+  std::optional<std::chrono::milliseconds> claimLease_;
   int jobCounter_ = 0;
 };
 

@@ -35,22 +35,14 @@ class OperatorAgainstDevBrain : public ::testing::Test {
  protected:
   OperatorAgainstDevBrain() : admin_(brain_), home_(brain_) {
     admin_.post("/admin/settings", {{"operatorHoldMs", 100}});
-    const auto device = admin_.post("/admin/devices").as_object();
-    std::ofstream(home_.config() / "defaults.json")
-        << json::serialize(json::object{{"QuarlApiURL", brain_.baseURL()},
-                                        {"QuarlDeviceId", device.at("deviceId")},
-                                        {"QuarlOperatorAllowed", true}});
-    std::ofstream(home_.config() / "keychain.json") << json::serialize(
-        json::object{{"accessToken", device.at("accessToken")}, {"refreshToken", device.at("refreshToken")}});
-    fs::permissions(home_.config() / "keychain.json", fs::perms::owner_read | fs::perms::owner_write);
+    home_.signIn(admin_, {{"QuarlOperatorAllowed", true}});
   }
   ~OperatorAgainstDevBrain() override {
     if (host_) quitHost();
   }
 
   void startHost() {
-    host_ = std::make_unique<bp::child>(QUARL_COMPANION_PATH, home_.environment(), bp::std_out > bp::null,
-                                        bp::std_err > hostLog().string());
+    host_ = std::make_unique<bp::child>(home_.start(home_.environment(), hostLog()));
   }
   // Ends the host as the system ends it at log-out: SIGTERM, and waits for it to exit.
   void quitHost() {

@@ -8,6 +8,7 @@
 //                         "unauthorised": the -1743 error; "hang": never answers, ignores SIGTERM
 //   QUARL_STANDIN_FAIL_CALL  N: the Nth script of this store fails with a script error
 //   QUARL_STANDIN_LOG     a file that gets one line per script: kind, target, service, body
+//   QUARL_STANDIN_DELAY_MS  how long Messages takes, after the script is logged, to write its row
 #include <signal.h>
 #include <unistd.h>
 
@@ -66,6 +67,7 @@ int main() {
     return 1;
   }
   if (mode == "none") return 0;
+  std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(environment("QUARL_STANDIN_DELAY_MS", "0"))));
 
   quarl::testing::MessagesStore messages(store, quarl::testing::MessagesSchema::tahoe,
                                          quarl::testing::MessagesStore::Opening::existing);

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "DevBrainAdmin.h"
 #include "DevBrainProcess.h"
 #include "TemporaryDirectory.h"
 
@@ -25,10 +26,23 @@ class HostHome {
     std::string log;  // standard error
   };
 
-  explicit HostHome(const DevBrainProcess& brain) {
+  explicit HostHome(const DevBrainProcess& brain) : baseURL_(brain.baseURL()) {
     std::filesystem::create_directories(config());
     std::ofstream(config() / "defaults.json") << boost::json::serialize(boost::json::object{{"QuarlApiURL", brain.baseURL()}});
     std::filesystem::create_directories(messages());
+  }
+
+  // Signs this home in as a device devbrain issued, its defaults pointing at devbrain with
+  // `defaults` besides.
+  void signIn(DevBrainAdmin& admin, boost::json::object defaults = {}) {
+    const auto device = admin.post("/admin/devices").as_object();
+    defaults["QuarlApiURL"] = baseURL_;
+    defaults["QuarlDeviceId"] = device.at("deviceId");
+    std::ofstream(config() / "defaults.json") << boost::json::serialize(defaults);
+    std::ofstream(config() / "keychain.json") << boost::json::serialize(
+        boost::json::object{{"accessToken", device.at("accessToken")}, {"refreshToken", device.at("refreshToken")}});
+    std::filesystem::permissions(config() / "keychain.json",
+                                 std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
   }
 
   const std::filesystem::path& path() const { return home_.path(); }
@@ -57,8 +71,14 @@ class HostHome {
     return run;
   }
   Run runOnce() const { return run({"--once"}, environment()); }
+  // Starts the host until it is stopped, its standard error going to `log`.
+  boost::process::child start(const boost::process::environment& environment, const std::filesystem::path& log) const {
+    return boost::process::child(QUARL_COMPANION_PATH, environment, boost::process::std_out > boost::process::null,
+                                 boost::process::std_err > log.string());
+  }
 
  private:
+  std::string baseURL_;
   TemporaryDirectory home_;
 };
 
