@@ -49,6 +49,7 @@ boost::asio::awaitable<UploadTransport::Result> BrainUploadTransport::uploadChun
                                                                                   std::int64_t total,
                                                                                   std::string sha256,
                                                                                   std::string bytes) {
+  if (stopped_ && stopped_()) co_return FileUploadFailure(Kind::stopped);
   const auto answer =
       co_await client_.operatorFileChunk(std::move(stepId), offset, total, std::move(sha256), std::move(bytes));
   co_return fromClient(answer, true);

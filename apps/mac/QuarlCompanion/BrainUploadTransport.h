@@ -2,6 +2,7 @@
 
 #include <boost/asio/awaitable.hpp>
 #include <boost/system/result.hpp>
+#include <functional>
 #include <string>
 
 #include "BrainClient.h"
@@ -20,10 +21,12 @@ class UploadTransport {
                                                      std::string sha256, std::string bytes) = 0;
 };
 
-// The service's file endpoints through the Mac's client. The client must outlive it.
+// The service's file endpoints through the Mac's client. The client must outlive it. Once
+// `stopped` says the owner stopped the run, no further chunk goes out.
 class BrainUploadTransport final : public UploadTransport {
  public:
-  explicit BrainUploadTransport(BrainClient& client) : client_(client) {}
+  BrainUploadTransport(BrainClient& client, std::function<bool()> stopped)
+      : client_(client), stopped_(std::move(stopped)) {}
 
   boost::asio::awaitable<Result> uploadState(std::string stepId) override;
   boost::asio::awaitable<Result> uploadChunk(std::string stepId, std::int64_t offset, std::int64_t total,
@@ -35,6 +38,7 @@ class BrainUploadTransport final : public UploadTransport {
 
  private:
   BrainClient& client_;
+  std::function<bool()> stopped_;
 };
 
 }  // namespace quarl

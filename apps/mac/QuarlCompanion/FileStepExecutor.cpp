@@ -20,8 +20,6 @@ Outcome failed(std::string_view sentence) { return Outcome{Outcome::Failed{std::
 // carrying "pressed": true, and then it runs once without asking again.
 bool ownerPressed(const OperatorStepContext& context) { return context.pressed && *context.pressed == true; }
 
-std::string parentFolder(const std::string& path) { return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1)); }
-
 }  // namespace
 
 asio::awaitable<Outcome> FileStepExecutor::run(OperatorStepRequest request, OperatorStepContext context,
@@ -59,6 +57,9 @@ asio::awaitable<Outcome> FileStepExecutor::listFolder(std::string folder, std::o
     resolved = files_->resolve(located);
     isFolder = resolved && files_->isFolder(*resolved);
   });
+  if (FileReadPolicy::isOffLimits(resolved.value_or(located), home, files_->ownFolders())) {
+    co_return refused(FileReadPolicy::secret);
+  }
   if (!FolderAccess::mayLook(resolved.value_or(located), home)) co_return refused(FolderAccess::notLooked);
   if (!isFolder) co_return failed(FolderAccess::noFolder);
   if (const auto guarded = FolderAccess::protectedFolder(*resolved, home);
@@ -87,7 +88,9 @@ asio::awaitable<std::variant<FoundFile, Outcome>> FileStepExecutor::openable(std
   co_await runOnWorker([&] { now = files_->present(found->path); });
   if (!now || now->identity != found->identity) co_return refused(FileReadPolicy::movedSinceFound);
   found->bytes = now->bytes;  // the size asked about is the size sent
-  if (FileReadPolicy::isSecret(found->path)) co_return refused(FileReadPolicy::secret);
+  if (FileReadPolicy::isOffLimits(found->path, files_->home(), files_->ownFolders())) {
+    co_return refused(FileReadPolicy::secret);
+  }
   if (!FileReadPolicy::isDocument(found->path)) co_return refused(FileReadPolicy::notADocument);
   if (found->cloudOnly) co_return refused(FileReadPolicy::cloudOnly);
   co_return std::move(*found);
@@ -97,8 +100,7 @@ asio::awaitable<Outcome> FileStepExecutor::readFile(std::string ref, OperatorSte
   auto admitted = co_await openable(std::move(ref));
   if (auto* outcome = std::get_if<Outcome>(&admitted)) co_return std::move(*outcome);
   const auto& file = std::get<FoundFile>(admitted);
-  const auto hold = MacPermissionPolicy::fileHold(parentFolder(file.path), files_->home(),
-                                                  MacPermit::forStep(context.permit));
+  const auto hold = MacPermissionPolicy::fileReadHold(file.path, files_->home(), MacPermit::forStep(context.permit));
   if (hold && !ownerPressed(context)) {
     co_return Outcome{Outcome::NeedsPress{hold->sentence, std::string(rawValue(hold->asks))}};
   }
@@ -117,7 +119,7 @@ asio::awaitable<Outcome> FileStepExecutor::sendFile(std::string ref, OperatorSte
     co_return Outcome{Outcome::NeedsPress{*ask, std::nullopt}};
   }
   if (!client) co_return failed(FileUploadFailure(FileUploadFailure::Kind::notSignedIn).description());
-  BrainUploadTransport transport(*client);
+  BrainUploadTransport transport(*client, context.stopped);
   const auto uploaded = co_await files_->upload(std::move(file), context.stepId, transport);
   if (!uploaded) co_return failed(uploaded.error().description());
   co_return Outcome{Outcome::SentFile{uploaded->bytes, uploaded->sha256}};

@@ -155,9 +155,12 @@ TEST_F(FileStepsTest, OneFolderIsListedNewestFirstAndOnlyWhereQuarlLooks) {
   const auto filtered = run(R"({"kind":"list_files","query":"older","folder":"Downloads"})");
   EXPECT_EQ(filtered.at("result").at("files").as_array().size(), 1u);
 
-  EXPECT_EQ(reasonOf(run(R"({"kind":"list_files","query":"x","folder":".ssh"})")), FolderAccess::notLooked);
-  EXPECT_EQ(reasonOf(run(R"({"kind":"list_files","query":"x","folder":"Documents/keys"})")), FolderAccess::notLooked)
+  EXPECT_EQ(reasonOf(run(R"({"kind":"list_files","query":"x","folder":".ssh"})")), FileReadPolicy::secret);
+  EXPECT_EQ(reasonOf(run(R"({"kind":"list_files","query":"x","folder":"Documents/keys"})")), FileReadPolicy::secret)
       << "a linked folder is judged where it leads";
+  write(home() / ".aws/credentials", "key");
+  EXPECT_EQ(reasonOf(run(R"({"kind":"list_files","query":"x","folder":".aws"})")), FileReadPolicy::secret)
+      << "a hidden folder of home";
   EXPECT_EQ(reasonOf(run(R"({"kind":"list_files","query":"x","folder":"/etc"})")), FolderAccess::notLooked);
   EXPECT_EQ(reasonOf(run(R"({"kind":"list_files","query":"x","folder":"Nowhere"})")), FolderAccess::noFolder);
   EXPECT_EQ(reasonOf(run(R"({"kind":"list_files","query":"x","folder":"Downloads/newer.txt"})")),

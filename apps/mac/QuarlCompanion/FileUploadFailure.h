@@ -9,7 +9,7 @@ namespace quarl {
 // when it gave one, is what the person sees.
 class FileUploadFailure {
  public:
-  enum class Kind { notSignedIn, moved, unreadable, incomplete, disagree, stalled, refused, other };
+  enum class Kind { notSignedIn, moved, unreadable, incomplete, disagree, stalled, refused, stopped, other };
 
   FileUploadFailure() = default;
   FileUploadFailure(Kind kind, std::string reason = {}, std::optional<std::string> serviceSentence = std::nullopt)

@@ -3,6 +3,7 @@
 #include <boost/asio/awaitable.hpp>
 #include <boost/json/value.hpp>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -22,6 +23,8 @@ struct OperatorStepContext {
   std::optional<std::int64_t> ordinal;
   std::optional<std::int64_t> answerWithinMs;
   std::optional<boost::json::value> pressed;
+  // True once the owner stopped this step's run: long work (a file transfer) ends at its next piece.
+  std::function<bool()> stopped = [] { return false; };
 };
 
 // Carries out admitted steps: looking, acting and files. Runs on the main executor.

@@ -151,10 +151,18 @@ asio::awaitable<void> OperatorLink::handleStep(OperatorNextAnswer answer, std::s
   if (answer.runId && answer.step && answer.step->is_object()) request = OperatorStepRequest::parse(answer.step->get_object());
 
   OperatorStepOutcome outcome = refused(notUnderstoodSentence);
+  const auto runId = answer.runId;
+  const bool admitted = request && !session_.isStopped(*runId);
   if (request) outcome = co_await carryOut(std::move(*request), std::move(answer), client);
 
   const auto took = duration_cast<milliseconds>(parts_.clock->now() - began).count();
   QuarlLog::operatorStep(outcome.code(), took);
+  // A run the owner stopped while its step was under way is over for the service too: the stop
+  // report tells it, and nothing of what the step did goes out.
+  if (admitted && session_.isStopped(*runId)) {
+    QuarlLog::say("quarl: operator step " + stepId + " ended with its run, which the owner stopped — its outcome is not sent");
+    co_return;
+  }
   co_await postOutcome(stepId, outcome, *client);
   if (isRefusal(outcome, OperatorSession::notOperableSentence)) stop(OperatorEndCode::conditions);
 }
@@ -168,8 +176,13 @@ asio::awaitable<OperatorStepOutcome> OperatorLink::carryOut(OperatorStepRequest 
   if (auto refusal = session_.admit(runId, klass, parts_.platform.bar->isShown(), conditionsNow())) {
     co_return refused(*refusal);
   }
+  const std::weak_ptr<OperatorLink> weak = weak_from_this();
   OperatorStepContext context{runId,         *answer.stepId,         std::move(answer.permit),
-                              answer.ordinal, answer.answerWithinMs, std::move(answer.pressed)};
+                              answer.ordinal, answer.answerWithinMs, std::move(answer.pressed),
+                              [weak, runId] {
+                                auto self = weak.lock();
+                                return !self || self->session_.liveRunId() != runId;
+                              }};
   co_return co_await parts_.platform.steps->run(std::move(request), std::move(context), std::move(client));
 }
 

@@ -1,5 +1,7 @@
 #include "FileReadPolicy.h"
 
+#include "MacPermissionPolicy.h"
+
 #include <algorithm>
 #include <cctype>
 
@@ -35,6 +37,21 @@ bool FileReadPolicy::isSecret(std::string_view path) {
     start = end + 1;
   }
   return listed(deniedExtensions, extension(path));
+}
+
+bool FileReadPolicy::isOffLimits(std::string_view path, std::string_view home, const std::vector<std::string>& ownFolders) {
+  if (isSecret(path)) return true;
+  for (const auto& own : ownFolders) {
+    if (MacPermissionPolicy::covers(own, path)) return true;
+  }
+  if (!MacPermissionPolicy::covers(home, path)) return false;
+  for (auto rest = path.substr(home.size()); !rest.empty();) {
+    rest.remove_prefix(1);  // the "/" before a component
+    if (rest.starts_with('.')) return true;
+    const auto slash = rest.find('/');
+    rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash);
+  }
+  return false;
 }
 
 bool FileReadPolicy::isDocument(std::string_view path) { return listed(documentExtensions, extension(path)); }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quarl {
 
@@ -35,6 +36,10 @@ struct FileReadPolicy {
   // with a denied extension.
   static bool isSecret(std::string_view path);
   static bool isDocument(std::string_view path);
+  // A secret, anything in a hidden folder of the home folder (".config", ".aws", ".docker" and
+  // the like, where tools keep credentials), or anything in one of the companion's own folders,
+  // wherever they are. Never listed, searched or read.
+  static bool isOffLimits(std::string_view path, std::string_view home, const std::vector<std::string>& ownFolders);
 };
 
 }  // namespace quarl

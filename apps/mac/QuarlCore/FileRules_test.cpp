@@ -20,6 +20,16 @@ TEST(FileReadPolicy, SecretsAreRefusedWhereverTheyLieAndOnlyDocumentsAreRead) {
   EXPECT_FALSE(FileReadPolicy::isSecret("/Users/a/Documents/ssh notes.md"));
   EXPECT_FALSE(FileReadPolicy::isSecret("/Users/a/Documents/pem.txt"));
 
+  const std::vector<std::string> own{"/srv/quarl-config"};
+  EXPECT_TRUE(FileReadPolicy::isOffLimits("/Users/a/.config/gh/hosts.yml", "/Users/a", own));
+  EXPECT_TRUE(FileReadPolicy::isOffLimits("/Users/a/.aws", "/Users/a", own));
+  EXPECT_TRUE(FileReadPolicy::isOffLimits("/Users/a/Documents/.hidden/notes.md", "/Users/a", own));
+  EXPECT_TRUE(FileReadPolicy::isOffLimits("/srv/quarl-config/keychain.json", "/Users/a", own)) << "wherever it is";
+  EXPECT_TRUE(FileReadPolicy::isOffLimits("/Users/a/Documents/id_rsa.pem", "/Users/a", own));
+  EXPECT_FALSE(FileReadPolicy::isOffLimits("/Users/a/Documents/notes.md", "/Users/a", own));
+  EXPECT_FALSE(FileReadPolicy::isOffLimits("/Users/a/Library/Mobile Documents/com~apple~CloudDocs/a.txt", "/Users/a", own));
+  EXPECT_FALSE(FileReadPolicy::isOffLimits("/srv/quarl-configs/a.txt", "/Users/a", own)) << "whole components";
+
   EXPECT_TRUE(FileReadPolicy::isDocument("/Users/a/Documents/Report.PDF"));
   EXPECT_FALSE(FileReadPolicy::isDocument("/Users/a/Documents/Plan.pages"));
   EXPECT_FALSE(FileReadPolicy::isDocument("/Users/a/Documents/README"));

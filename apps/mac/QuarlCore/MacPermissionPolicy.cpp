@@ -62,6 +62,22 @@ std::optional<MacPermissionPolicy::Hold> MacPermissionPolicy::fileHold(std::stri
   return Hold{folderQuestion(displayDir(path, home)), MacPermissionAsk::folder};
 }
 
+std::optional<MacPermissionPolicy::Hold> MacPermissionPolicy::fileReadHold(std::string_view file, std::string_view home,
+                                                                          const MacPermit& permit) {
+  const auto slash = file.rfind('/');
+  const auto folder = file.substr(0, std::max<std::size_t>(slash, 1));
+  if (folder != home) return fileHold(folder, home, permit);
+  if (permit.mode != MacPermissionMode::ask) return std::nullopt;
+  for (const auto& granted : permit.folders) {
+    if (covers(granted, file)) return std::nullopt;
+  }
+  return Hold{homeFileQuestion(file.substr(slash + 1)), MacPermissionAsk::folder};
+}
+
+std::string MacPermissionPolicy::homeFileQuestion(std::string_view name) {
+  return "Let Quarl read \u201c" + std::string(name) + "\u201d in your home folder?";
+}
+
 bool MacPermissionPolicy::covers(std::string_view granted, std::string_view path) {
   return isValid(granted) && isValid(path) && within(path, granted);
 }

@@ -31,6 +31,11 @@ struct MacPermissionPolicy {
   // Reading in the folder `path` (already resolved) of the home folder `home`.
   static std::optional<Hold> fileHold(std::string_view path, std::string_view home, const MacPermit& permit);
 
+  // Reading the file `file` (already resolved): its folder's hold, except that a file directly in
+  // the home folder is asked about, and granted, alone — allowing it never opens all of home.
+  static std::optional<Hold> fileReadHold(std::string_view file, std::string_view home, const MacPermit& permit);
+  static std::string homeFileQuestion(std::string_view name);
+
   // True when `granted` is `path` or a folder above it; both must be valid.
   static bool covers(std::string_view granted, std::string_view path);
   // An absolute path whose every component is a name: no empty, "." or ".." component and no

@@ -39,6 +39,13 @@ TEST(MacPermissionPolicy, TheModeAndStandingPermitsDecideWhatIsAskedFirst) {
   EXPECT_EQ(Policy::fileHold("/Users/a/Library/Mobile Documents/com~apple~CloudDocs/Trips", "/Users/a", ask)->sentence,
             "Let Quarl read iCloud Drive?");
   EXPECT_EQ(Policy::fileHold("/Users/a", "/Users/a", ask)->sentence, "Let Quarl read your home folder?");
+  EXPECT_EQ(Policy::fileReadHold("/Users/a/Documents/a.txt", "/Users/a", ask)->sentence, "Let Quarl read Documents?");
+  EXPECT_EQ(Policy::fileReadHold("/Users/a/notes.txt", "/Users/a", ask)->sentence,
+            "Let Quarl read \u201cnotes.txt\u201d in your home folder?");
+  auto thatFile = ask;
+  thatFile.folders = {"/Users/a/notes.txt"};
+  EXPECT_FALSE(Policy::fileReadHold("/Users/a/notes.txt", "/Users/a", thatFile)) << "granted alone";
+  EXPECT_TRUE(Policy::fileReadHold("/Users/a/todo.txt", "/Users/a", thatFile)) << "and only that file";
 }
 
 TEST(MacPermissionPolicy, AGrantedFolderCoversOnlyItselfAndWhatIsInsideIt) {

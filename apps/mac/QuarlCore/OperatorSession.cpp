@@ -135,6 +135,11 @@ std::optional<std::string> OperatorSession::liveRunId() const {
   return live_;
 }
 
+bool OperatorSession::isStopped(const std::string& runId) const {
+  std::lock_guard lock(mutex_);
+  return stopped_.contains(runId);
+}
+
 std::vector<std::string> OperatorSession::can(const Conditions& conditions) {
   return can(conditions, [](MacCapabilityClass) { return true; });
 }

@@ -63,6 +63,8 @@ class OperatorSession {
   // The service ended `runId`: it is no longer live, and may not be stopped by this Mac.
   void ended(const std::string& runId);
   std::optional<std::string> liveRunId() const;
+  // Whether the owner stopped `runId` on this Mac.
+  bool isStopped(const std::string& runId) const;
 
   // The wire names of the classes ready now, in a fixed order; the unadvertised class never.
   static std::vector<std::string> can(const Conditions& conditions);

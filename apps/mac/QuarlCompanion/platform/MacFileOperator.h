@@ -36,6 +36,8 @@ class MacFileOperator {
   virtual ~MacFileOperator() = default;
   // The owner's home folder, resolved.
   virtual std::string home() const = 0;
+  // The companion's own folders (its settings and credentials), resolved: never opened for a step.
+  virtual std::vector<std::string> ownFolders() const = 0;
   // Files whose name or text holds every word of `query`, newest first. Blocks.
   virtual Found search(const FileQuery& query, std::size_t limit) = 0;
   // The resolved path of `path`; none when nothing is there. Blocks.

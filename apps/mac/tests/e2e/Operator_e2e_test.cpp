@@ -182,12 +182,6 @@ TEST_F(OperatorAgainstDevBrain, TheOwnersSwitchEndsALiveRunAndTheOperatorsPolls)
       << "the service hears of the switch at once";
 }
 
-}  // namespace
-}  // namespace quarl
-
-namespace quarl {
-namespace {
-
 void write(const fs::path& path, const std::string& contents) {
   fs::create_directories(path.parent_path());
   std::ofstream(path, std::ios::binary) << contents;
@@ -250,6 +244,49 @@ TEST_F(OperatorAgainstDevBrain, FilesAreFoundReadAndBroughtBackInCheckedChunks) 
   }
   EXPECT_EQ(offsets, (std::vector<std::string>{"0", "100000", "200000", "200000"}))
       << "the broken chunk is sent again from what the service holds";
+}
+
+TEST_F(OperatorAgainstDevBrain, TheCompanionsOwnFilesAndHiddenFoldersAreNeverOpenedAndAStopEndsATransfer) {
+  write(home_.path() / ".aws/credentials", "aws_secret_access_key = hidden-word");
+  std::string big(3'000'000, 'x');
+  write(home_.path() / "Documents/big.txt", big);
+  fs::create_symlink(home_.config() / "keychain.json", home_.path() / "Documents/quarl keys.json");
+  fs::create_symlink(home_.path() / ".aws/credentials", home_.path() / "Documents/aws.txt");
+  admin_.post("/admin/settings", {{"fileChunkTakeMax", 100'000}});
+  startHost();
+
+  const json::value autoRead = json::parse(R"({"mode":"auto_read"})");
+  const std::string secret = "Quarl never reads keys, passwords or secrets on the Mac, so it did not open that file.";
+  EXPECT_EQ(refusalOf("run-k", json::parse(R"({"kind":"list_files","query":"x","folder":".config/quarl"})")), secret);
+  const auto listed = resultOf(queueStep("run-k", json::parse(R"({"kind":"list_files","query":"quarl keys"})")));
+  ASSERT_EQ(listed.at("result").at("files").as_array().size(), 1u) << json::serialize(listed);
+  const auto ref = listed.at("result").at("files").at(0).at("ref");
+  const auto read = resultOf(queueStep("run-k", json::object{{"kind", "read_file"}, {"ref", ref}}, autoRead));
+  EXPECT_EQ(read.at("reason"), secret.c_str()) << "the keychain, reached through a link from Documents";
+  for (const auto* word : {"refreshToken", "hidden-word"}) {
+    const auto found = resultOf(queueStep("run-k", json::object{{"kind", "list_files"}, {"query", word}}));
+    EXPECT_TRUE(found.at("result").at("files").as_array().empty()) << word << ": " << json::serialize(found);
+  }
+
+  // Stopped while the file is on its way: no chunk after the next, and no outcome for the step.
+  const auto bigRef = resultOf(queueStep("run-k", json::parse(R"({"kind":"list_files","query":"big"})")))
+                          .at("result").at("files").at(0).at("ref");
+  const auto probe = queueStep("run-k", listFiles);
+  resultOf(probe);
+  const auto sendId = "step-" + std::to_string(std::stoi(probe.substr(5)) + 1);
+  const auto filePath = "/v1/mac/operator/steps/" + sendId + "/file";
+  admin_.post("/admin/faults", {{"path", filePath}, {"pass", true}, {"delayMs", 300}, {"times", 100}});
+  queueStep("run-k", json::object{{"kind", "send_file"}, {"ref", bigRef}});
+  ASSERT_TRUE(eventually([&] { return admin_.requestsTo(filePath) >= 3; }));
+  EXPECT_EQ(operatorStop().code, 0);
+  std::this_thread::sleep_for(milliseconds(1500));
+  const auto chunks = admin_.requestsTo(filePath);
+  std::this_thread::sleep_for(milliseconds(1000));
+  EXPECT_EQ(admin_.requestsTo(filePath), chunks) << "the transfer ended";
+  EXPECT_LT(chunks, 10);
+  EXPECT_EQ(admin_.requestsTo("/v1/mac/operator/steps/" + sendId + "/result"), 0);
+  EXPECT_EQ(stoppedBy("run-k"), "menu");
+  EXPECT_THAT(testing::fileContents(hostLog()), HasSubstr("quarl: operator step " + sendId + " ended with its run"));
 }
 
 }  // namespace

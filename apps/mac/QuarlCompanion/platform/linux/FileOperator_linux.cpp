@@ -41,8 +41,11 @@ std::optional<std::string> searchableText(const std::string& path, std::int64_t 
 
 }  // namespace
 
-LinuxFileOperator::LinuxFileOperator(const std::string& home, DocumentReader reader, Limits limits)
-    : home_(realPath(home).value_or(home)), reader_(std::move(reader)), limits_(limits) {}
+LinuxFileOperator::LinuxFileOperator(const std::string& home, DocumentReader reader, Limits limits,
+                                     const std::vector<std::string>& ownFolders)
+    : home_(realPath(home).value_or(home)), reader_(std::move(reader)), limits_(limits) {
+  for (const auto& folder : ownFolders) ownFolders_.push_back(realPath(folder).value_or(folder));
+}
 
 std::optional<FoundFile> LinuxFileOperator::found(const std::string& entry, const std::string& name) const {
   auto path = realPath(entry);
@@ -64,7 +67,7 @@ bool LinuxFileOperator::matches(const FileQuery& query, const std::string& path,
   // The text of a secret is never read, not even to say whether a word is in it; a link is
   // judged where it leads.
   const auto target = fs::is_symlink(path) ? realPath(path) : std::optional<std::string>(path);
-  if (!target || FileReadPolicy::isSecret(*target)) return false;
+  if (!target || FileReadPolicy::isOffLimits(*target, home_, ownFolders_)) return false;
   const auto text = searchableText(*target, limits_.contentReadMax);
   return text && query.matches(searchFolded(*text));
 }

@@ -21,10 +21,12 @@ class LinuxFileOperator final : public MacFileOperator {
     std::int64_t contentReadMax = 1'000'000;  // bytes of one file whose text is searched
   };
 
-  // `home` is resolved here; `reader` takes the text out of a found document.
-  LinuxFileOperator(const std::string& home, DocumentReader reader, Limits limits);
+  // `home` and `ownFolders` are resolved here; `reader` takes the text out of a found document.
+  LinuxFileOperator(const std::string& home, DocumentReader reader, Limits limits,
+                    const std::vector<std::string>& ownFolders = {});
 
   std::string home() const override { return home_; }
+  std::vector<std::string> ownFolders() const override { return ownFolders_; }
   Found search(const FileQuery& query, std::size_t limit) override;
   std::optional<std::string> resolve(const std::string& path) override;
   bool isFolder(const std::string& resolved) override;
@@ -48,6 +50,7 @@ class LinuxFileOperator final : public MacFileOperator {
   bool matches(const FileQuery& query, const std::string& path, const std::string& name) const;
 
   std::string home_;
+  std::vector<std::string> ownFolders_;
   DocumentReader reader_;
   Limits limits_;
 };

@@ -139,7 +139,7 @@ OperatorParts linuxOperatorParts() {
   const char* home = std::getenv("HOME");
   auto files = std::make_shared<LinuxFileOperator>(
       home ? home : "/", LinuxFileOperator::readerInChild("/proc/self/exe", std::chrono::seconds(20)),
-      LinuxFileOperator::Limits{});
+      LinuxFileOperator::Limits{}, std::vector<std::string>{configDirectory().string()});
   return {std::make_shared<StandardErrorOperatorBar>(), std::make_shared<UnavailableStopHotKey>(),
           std::make_shared<UnavailableKeepAwake>(), std::make_shared<FileStepExecutor>(std::move(files))};
 }
