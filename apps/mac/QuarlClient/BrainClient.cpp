@@ -97,28 +97,40 @@ BrainClient::BrainClient(asio::any_io_executor executor, std::string baseURL, Cl
 
 BrainClient::~BrainClient() = default;
 
-asio::awaitable<BrainClient::Result<json::value>> BrainClient::call(QuarlEndpoint endpoint,
-                                                                    std::optional<json::object> body) {
+asio::awaitable<BrainClient::Result<HttpResponse>> BrainClient::jsonExchange(QuarlEndpoint endpoint,
+                                                                            std::optional<json::object> body) {
   std::optional<std::string> text;
   if (body) {
-    if (holdsNonFiniteNumber(*body)) {
-      co_return Failure::transport("the request held a number JSON cannot carry, so it was not sent");
-    }
+    if (holdsNonFiniteNumber(*body)) co_return Failure::unsendable("it held a number JSON cannot carry");
     text = json::serialize(*body);
   }
   auto response = co_await asio::co_spawn(
       strand_, signedRequest(std::move(endpoint), std::move(text), std::string(jsonContentType), {}),
       asio::use_awaitable);
   if (!response) co_return response.error();
-
   if (response->status < 200 || response->status > 299) {
     co_return refusalFailure(response->status, response->body, "error", "The request was refused.");
   }
+  co_return std::move(*response);
+}
+
+asio::awaitable<BrainClient::Result<json::value>> BrainClient::call(QuarlEndpoint endpoint,
+                                                                    std::optional<json::object> body) {
+  auto response = co_await jsonExchange(std::move(endpoint), std::move(body));
+  if (!response) co_return response.error();
   if (response->body.empty()) co_return json::value();
   boost::system::error_code error;
   auto answer = json::parse(response->body, error);
   if (error) co_return Failure::decoding(error.message());
   co_return answer;
+}
+
+// An endpoint whose answer is empty: any 2xx is success, whatever its body holds.
+asio::awaitable<BrainClient::Result<void>> BrainClient::callWithoutAnswer(QuarlEndpoint endpoint,
+                                                                         std::optional<json::object> body) {
+  auto response = co_await jsonExchange(std::move(endpoint), std::move(body));
+  if (!response) co_return response.error();
+  co_return Result<void>();
 }
 
 asio::awaitable<BrainClient::Result<BrainClient::RawAnswer>> BrainClient::send(QuarlEndpoint endpoint,
@@ -191,9 +203,7 @@ asio::awaitable<BrainClient::Result<std::vector<RelayJob>>> BrainClient::claimJo
 asio::awaitable<BrainClient::Result<void>> BrainClient::reportJob(std::string jobId, bool ok,
                                                                   std::optional<std::string> failureReason,
                                                                   std::optional<std::string> providerMessageId) {
-  auto answer = co_await call(QuarlEndpoint::reportJob(jobId), jobReportBody(ok, failureReason, providerMessageId));
-  if (!answer) co_return answer.error();
-  co_return Result<void>();
+  co_return co_await callWithoutAnswer(QuarlEndpoint::reportJob(jobId), jobReportBody(ok, failureReason, providerMessageId));
 }
 
 asio::awaitable<BrainClient::Result<FetchedFile>> BrainClient::relayAttachmentBytes(std::string jobId,
@@ -213,15 +223,11 @@ asio::awaitable<BrainClient::Result<std::vector<AttachmentDecision>>> BrainClien
 
 asio::awaitable<BrainClient::Result<void>> BrainClient::uploadInboundAttachment(std::string attachmentId,
                                                                                 std::string bytes) {
-  auto answer = co_await call(QuarlEndpoint::uploadInboundAttachment(attachmentId), uploadBody(bytes));
-  if (!answer) co_return answer.error();
-  co_return Result<void>();
+  co_return co_await callWithoutAnswer(QuarlEndpoint::uploadInboundAttachment(attachmentId), uploadBody(bytes));
 }
 
 asio::awaitable<BrainClient::Result<void>> BrainClient::postMessageEvents(std::string channelId, json::array events) {
-  auto answer = co_await call(QuarlEndpoint::messageEvents(), eventsBody(std::move(channelId), std::move(events)));
-  if (!answer) co_return answer.error();
-  co_return Result<void>();
+  co_return co_await callWithoutAnswer(QuarlEndpoint::messageEvents(), eventsBody(std::move(channelId), std::move(events)));
 }
 
 asio::awaitable<BrainClient::Result<BrainClient::RawAnswer>> BrainClient::operatorFileState(std::string stepId) {

@@ -112,6 +112,9 @@ class BrainClient {
  private:
   struct RenewalFlight;
 
+  // A JSON call's 2xx answer as it came; a refusal as a Failure.
+  boost::asio::awaitable<Result<HttpResponse>> jsonExchange(QuarlEndpoint endpoint, std::optional<boost::json::object> body);
+  boost::asio::awaitable<Result<void>> callWithoutAnswer(QuarlEndpoint endpoint, std::optional<boost::json::object> body);
   boost::asio::awaitable<Result<HttpResponse>> signedRequest(QuarlEndpoint endpoint, std::optional<std::string> body,
                                                               std::string contentType, HttpHeaders extraHeaders);
   boost::asio::awaitable<Result<HttpResponse>> signedAttempt(QuarlEndpoint endpoint, std::optional<std::string> body,

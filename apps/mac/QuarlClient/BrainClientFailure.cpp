@@ -12,6 +12,9 @@ BrainClientFailure BrainClientFailure::decoding(std::string detail) {
   return BrainClientFailure(Decoding{std::move(detail)});
 }
 BrainClientFailure BrainClientFailure::notSignedIn() { return BrainClientFailure(NotSignedIn{}); }
+BrainClientFailure BrainClientFailure::unsendable(std::string detail) {
+  return BrainClientFailure(Unsendable{std::move(detail)});
+}
 
 std::string BrainClientFailure::description() const {
   struct Describe {
@@ -21,6 +24,9 @@ std::string BrainClientFailure::description() const {
     std::string operator()(const Transport& t) const { return "Could not reach Quarl: " + t.detail; }
     std::string operator()(const Decoding& d) const { return "Quarl sent something unexpected: " + d.detail; }
     std::string operator()(const NotSignedIn&) const { return "This Mac is not signed in to Quarl."; }
+    std::string operator()(const Unsendable& u) const {
+      return "This Mac could not put what it had for Quarl into a request, so nothing was sent: " + u.detail + ".";
+    }
   };
   return std::visit(Describe{}, value_);
 }

@@ -21,6 +21,10 @@ class BrainClientFailure {
     std::string detail;
   };
   struct NotSignedIn {};
+  // Something this Mac had to send could not be written as the wire asks; nothing was sent.
+  struct Unsendable {
+    std::string detail;
+  };
 
   // boost::system::result needs a default value; a result that holds a value never shows it.
   BrainClientFailure() : value_(NotSignedIn{}) {}
@@ -29,6 +33,7 @@ class BrainClientFailure {
   static BrainClientFailure transport(std::string detail);
   static BrainClientFailure decoding(std::string detail);
   static BrainClientFailure notSignedIn();
+  static BrainClientFailure unsendable(std::string detail);
 
   std::string description() const;
   // True when this Mac must sign in again; false when a later attempt may succeed.
@@ -44,7 +49,7 @@ class BrainClientFailure {
   bool isNotSignedIn() const { return std::holds_alternative<NotSignedIn>(value_); }
 
  private:
-  using Value = std::variant<Http, Transport, Decoding, NotSignedIn>;
+  using Value = std::variant<Http, Transport, Decoding, NotSignedIn, Unsendable>;
   explicit BrainClientFailure(Value value) : value_(std::move(value)) {}
   Value value_;
 };

@@ -13,6 +13,9 @@ TEST(BrainClientFailure, SentencesAndWhetherTheSessionIsGone) {
   EXPECT_EQ(Failure::transport("connection refused").description(), "Could not reach Quarl: connection refused");
   EXPECT_EQ(Failure::decoding("bad key").description(), "Quarl sent something unexpected: bad key");
   EXPECT_EQ(Failure::notSignedIn().description(), "This Mac is not signed in to Quarl.");
+  EXPECT_EQ(Failure::unsendable("it held a number JSON cannot carry").description(),
+            "This Mac could not put what it had for Quarl into a request, so nothing was sent: it held a number JSON "
+            "cannot carry.");
 
   EXPECT_TRUE(Failure::notSignedIn().isSessionGone());
   EXPECT_TRUE(Failure::http(401, "reuse_detected", "x").isSessionGone());

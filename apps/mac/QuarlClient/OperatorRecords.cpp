@@ -21,11 +21,13 @@ OperatorNextAnswer tag_invoke(json::value_to_tag<OperatorNextAnswer>, const json
   answer.runId = textField(object, "runId");
   if (const auto* step = object.if_contains("step"); step && !step->is_null()) answer.step = *step;
   if (const auto* permit = object.if_contains("permit"); permit && !permit->is_null()) answer.permit = *permit;
-  answer.stepId = optionalMember<std::string>(object, "stepId");
-  answer.ordinal = optionalMember<std::int64_t>(object, "ordinal");
-  answer.liveRunId = optionalMember<std::string>(object, "liveRunId");
-  answer.answerWithinMs = optionalMember<std::int64_t>(object, "answerWithinMs");
-  answer.reason = optionalMember<std::string>(object, "reason");
+  // Optional fields of the wrong type are left out, never the whole answer: a step whose own
+  // fields are wrong is then answered as one the Mac does not know.
+  answer.stepId = textField(object, "stepId");
+  answer.ordinal = integerField(object, "ordinal");
+  answer.liveRunId = textField(object, "liveRunId");
+  answer.answerWithinMs = integerField(object, "answerWithinMs");
+  answer.reason = textField(object, "reason");
   if (const auto* pressed = object.if_contains("pressed"); pressed && !pressed->is_null()) answer.pressed = *pressed;
   return answer;
 }

@@ -24,6 +24,11 @@ TEST(OperatorRecords, APollAnswerKeepsTheStepAndPermitAsJson) {
   ASSERT_TRUE(odd);
   EXPECT_EQ(odd->step, json::value("look"));
   EXPECT_EQ(odd->runId, std::nullopt);
+  const auto wrongOrdinal = json::try_value_to<OperatorNextAnswer>(
+      json::parse(R"({"kind":"step","runId":"r1","stepId":"s3","step":{"kind":"look"},"ordinal":"3","reason":4})"));
+  ASSERT_TRUE(wrongOrdinal) << "an optional field of the wrong type is left out";
+  EXPECT_EQ(wrongOrdinal->ordinal, std::nullopt);
+  EXPECT_EQ(wrongOrdinal->stepId, "s3");
 }
 
 }  // namespace

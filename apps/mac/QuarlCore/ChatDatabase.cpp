@@ -567,8 +567,12 @@ SystemTime ChatDatabase::appleTimeToDate(std::int64_t raw) {
   const SystemTime appleEpoch{seconds(appleEpochUnixSeconds)};
   // Nanoseconds are kept whole rather than divided as a double, which would land a hair before
   // the instant and show the millisecond before it. A damaged row may hold any integer: the
-  // result is kept within what the clock can count (about ±292 years around 1970).
-  if (raw > nanosecondThreshold) return appleEpoch + nanoseconds(std::min<std::int64_t>(raw, 8'000'000'000'000'000'000));
+  // result is kept within what the clock can count (about ±292 years around 1970). The cast is
+  // spelled out: where the system clock counts microseconds (Apple's libc++), nanoseconds do not
+  // convert to its time points by themselves.
+  if (raw > nanosecondThreshold) {
+    return appleEpoch + duration_cast<SystemTime::duration>(nanoseconds(std::min<std::int64_t>(raw, 8'000'000'000'000'000'000)));
+  }
   return appleEpoch + seconds(std::clamp<std::int64_t>(raw, -8'000'000'000, 8'000'000'000));
 }
 

@@ -244,6 +244,14 @@ TEST_F(BrainClientAgainstDevBrain, RelayJobsKeepTheWireRules) {
   EXPECT_EQ(report.at("failureReason").as_string().size(), 300u);
   EXPECT_FALSE(report.as_object().contains("providerMessageId"));
   EXPECT_TRUE(run(brain->claimJobs(5))->empty());
+
+  // An empty answer is not read: any 2xx is success, whatever its body.
+  admin_.post("/admin/faults", {{"path", "/v1/relay/jobs/job-9/result"}, {"status", 200}, {"body", "accepted"}});
+  EXPECT_TRUE(run(brain->reportJob("job-9", true, std::nullopt, std::nullopt)));
+  // A raw call without a content type sends none.
+  ASSERT_TRUE(run(brain->operatorFileState("step-9")));
+  const auto requests = admin_.requests();
+  EXPECT_FALSE(requests.back().at("headers").as_object().contains("content-type")) << json::serialize(requests.back());
 }
 
 TEST_F(BrainClientAgainstDevBrain, OperatorCallsCarryTheirBodiesAndReadTheServicesAnswers) {

@@ -165,10 +165,11 @@ std::string documentTextJson(const DocumentText& text) {
 DocumentText documentTextFromJson(std::string_view text) {
   boost::system::error_code error;
   const auto parsed = json::parse(text, error);
-  if (error || !parsed.is_object()) return failure(FileText::documentUnreadable);
+  // A child that answered nothing readable failed to read, whatever the document was.
+  if (error || !parsed.is_object()) return failure(FileText::fileUnreadable);
   if (auto sentence = textField(parsed, "failure")) return failure(*sentence);
   auto body = textField(parsed, "text");
-  if (!body) return failure(FileText::documentUnreadable);
+  if (!body) return failure(FileText::fileUnreadable);
   DocumentText out;
   out.text = std::move(*body);
   const auto& object = parsed.as_object();

@@ -152,7 +152,7 @@ LinuxFileOperator::DocumentReader LinuxFileOperator::readerInChild(std::string e
                                    file.path},
                                   "", timeout, milliseconds(500));
     if (!outcome.started || outcome.timedOut || outcome.exitCode != 0) {
-      return DocumentText{{}, false, {}, {}, std::string(FileText::documentUnreadable)};
+      return DocumentText{{}, false, {}, {}, std::string(FileText::fileUnreadable)};
     }
     return documentTextFromJson(outcome.output);
   };
