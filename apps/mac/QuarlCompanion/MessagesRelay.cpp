@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "OperatorStopLedger.h"
 #include "QuarlLog.h"
 #include "RandomText.h"
 #include "RelayJobReporting.h"
@@ -60,11 +61,11 @@ asio::awaitable<void> sleepOn(std::shared_ptr<const Clock> clock, std::chrono::s
   co_await clock->sleep(delay);
 }
 
-// A report the service refused for good (gone, not claimed, malformed) will never be taken.
+// A report the service refused for good (gone, not claimed, malformed) will never be taken: the
+// same statuses that settle a stopped run's report.
 bool refusedForGood(const BrainClientFailure& failure) {
   const auto* http = failure.asHttp();
-  return http && (http->status == 400 || http->status == 404 || http->status == 409 || http->status == 410 ||
-                  http->status == 422);
+  return http && stopReportOutcomeOf(http->status) == StopReportOutcome::final;
 }
 
 asio::awaitable<std::optional<std::string>> sendReport(BrainClient* client, std::string jobId,
@@ -175,13 +176,7 @@ asio::awaitable<void> MessagesRelay::relay(BrainClient& client, RelayJob job) {
     if (sent.journaled) journal_.settle(job.id, failed);
     co_await report(client, job.id, std::move(failed));
   } else {
-    const int expected = RelaySendConfirmation::expectedRows(paths.size(), job.body);
-    const auto verdict = co_await confirmRelayedSend(job.conversationRef, sent.handedOverAt, expected);
-    const auto waited = std::chrono::duration_cast<std::chrono::seconds>(clock_->now() - sent.handedOverAt);
-    const auto outcome = RelaySendConfirmation::outcome(verdict, waited);
-    QuarlLog::say("quarl: relay: job " + job.id + (outcome.logClause.empty() ? " sent" : outcome.logClause));
-    RelayJournal::Report settled{outcome.ok, outcome.failureReason, outcome.providerMessageId};
-    journal_.settle(job.id, settled);
+    auto settled = co_await settleFromStore(*journal_.find(job.id));
     co_await report(client, job.id, std::move(settled));
   }
   QuarlLog::say("quarl: relay: removed " + std::to_string(paths.size()) + " staged outgoing file(s)");
@@ -192,14 +187,20 @@ asio::awaitable<void> MessagesRelay::confirmAndReport(BrainClient& client, Relay
   if (!entry.report) {
     QuarlLog::say("quarl: relay: job " + entry.jobId +
                   " went to Messages before Quarl last stopped — confirming it from the store, not sending it again");
-    const auto verdict = co_await confirmRelayedSend(entry.conversationRef, entry.handedOverAt, entry.expectedRows);
-    const auto waited = std::chrono::duration_cast<std::chrono::seconds>(clock_->now() - entry.handedOverAt);
-    const auto outcome = RelaySendConfirmation::outcome(verdict, waited);
-    QuarlLog::say("quarl: relay: job " + entry.jobId + (outcome.logClause.empty() ? " sent" : outcome.logClause));
-    entry.report = RelayJournal::Report{outcome.ok, outcome.failureReason, outcome.providerMessageId};
-    journal_.settle(entry.jobId, *entry.report);
+    entry.report = co_await settleFromStore(entry);
   }
   co_await report(client, entry.jobId, std::move(*entry.report));
+}
+
+// What the store shows since the job's hand-over, logged and kept in the journal until reported.
+asio::awaitable<RelayJournal::Report> MessagesRelay::settleFromStore(RelayJournal::Entry entry) {
+  const auto verdict = co_await confirmRelayedSend(entry.conversationRef, entry.handedOverAt, entry.expectedRows);
+  const auto waited = std::chrono::duration_cast<std::chrono::seconds>(clock_->now() - entry.handedOverAt);
+  const auto outcome = RelaySendConfirmation::outcome(verdict, waited);
+  QuarlLog::say("quarl: relay: job " + entry.jobId + (outcome.logClause.empty() ? " sent" : outcome.logClause));
+  RelayJournal::Report settled{outcome.ok, outcome.failureReason, outcome.providerMessageId};
+  journal_.settle(entry.jobId, settled);
+  co_return settled;
 }
 
 asio::awaitable<MessagesRelay::Sent> MessagesRelay::sendReply(const RelayJob& job,

@@ -43,6 +43,7 @@ class MessagesRelay {
                                                               std::string conversationRef, std::string ledgerBody,
                                                               SystemTime handedOverAt, MessagesSender::Stage stage);
   boost::asio::awaitable<void> confirmAndReport(BrainClient& client, RelayJournal::Entry entry);
+  boost::asio::awaitable<RelayJournal::Report> settleFromStore(RelayJournal::Entry entry);
   boost::asio::awaitable<void> report(BrainClient& client, const std::string& jobId, RelayJournal::Report report);
 
   std::shared_ptr<const Clock> clock_;

@@ -23,7 +23,8 @@ struct OperatorStepContext {
   std::optional<std::int64_t> ordinal;
   std::optional<std::int64_t> answerWithinMs;
   std::optional<boost::json::value> pressed;
-  // True once the owner stopped this step's run: long work (a file transfer) ends at its next piece.
+  // True once this step's run is no longer live (the owner stopped it, or the service ended it):
+  // long work, such as a file transfer, ends at its next piece.
   std::function<bool()> stopped = [] { return false; };
 };
 

@@ -18,7 +18,6 @@ class InstanceLock {
   InstanceLock(const InstanceLock&) = delete;
   InstanceLock& operator=(const InstanceLock&) = delete;
 
-
  private:
   explicit InstanceLock(int fd) : fd_(fd) {}
   int fd_;

@@ -42,6 +42,23 @@ bool writeAll(int fd, const std::string& text) {
   return true;
 }
 
+// The whole file; none when it cannot be read.
+std::optional<std::string> contents(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in.is_open()) return std::nullopt;
+  std::stringstream text;
+  text << in.rdbuf();
+  if (in.bad()) return std::nullopt;
+  return text.str();
+}
+
+std::optional<boost::json::object> asObject(std::string_view text) {
+  boost::system::error_code error;
+  auto parsed = boost::json::parse(text, error);
+  if (error || !parsed.is_object()) return std::nullopt;
+  return std::move(parsed.as_object());
+}
+
 }  // namespace
 
 fs::path configDirectory() {
@@ -59,20 +76,15 @@ void JsonObjectFile::load(const Clock& clock) {
   std::error_code exists;
   if (!fs::exists(path_, exists)) return;
 
-  std::ifstream in(path_, std::ios::binary);
-  std::stringstream text;
-  if (in.is_open()) text << in.rdbuf();
-  if (!in.is_open() || in.bad()) {
+  const auto text = contents(path_);
+  if (!text) {
     writable_ = false;
     QuarlLog::say("quarl: could not read " + path_.string() + " (" + std::strerror(errno) +
                   ") — leaving it untouched; changes this run are kept in memory only");
     return;
   }
-
-  boost::system::error_code error;
-  auto parsed = boost::json::parse(text.str(), error);
-  if (!error && parsed.is_object()) {
-    object_ = std::move(parsed.as_object());
+  if (auto object = asObject(*text)) {
+    object_ = std::move(*object);
     return;
   }
   auto aside = path_;
@@ -99,14 +111,8 @@ std::optional<boost::json::value> JsonObjectFile::member(std::string_view key) c
 std::optional<boost::json::object> JsonObjectFile::current() const {
   std::error_code exists;
   if (!fs::exists(path_, exists)) return boost::json::object{};
-  std::ifstream in(path_, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::stringstream text;
-  text << in.rdbuf();
-  boost::system::error_code error;
-  auto parsed = boost::json::parse(text.str(), error);
-  if (error || !parsed.is_object()) return std::nullopt;
-  return std::move(parsed.as_object());
+  const auto text = contents(path_);
+  return text ? asObject(*text) : std::nullopt;
 }
 
 bool JsonObjectFile::update(const std::function<void(boost::json::object&)>& change) {
