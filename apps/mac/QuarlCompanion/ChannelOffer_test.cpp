@@ -7,43 +7,37 @@ namespace quarl {
 namespace {
 
 using Kind = WhatsAppSettledState::Kind;
-using ::testing::HasSubstr;
 using Channels = std::vector<std::string>;
 
 TEST(ChannelOffer, MessagesChannelsFollowTheStoreAndWhatsAppFollowsItsTable) {
-  EXPECT_EQ(offeredChannels(true, std::nullopt, true).channels, (Channels{"imessage", "sms"}));
-  EXPECT_TRUE(offeredChannels(false, std::nullopt, true).channels.empty());
-  EXPECT_EQ(offeredChannels(false, std::nullopt, true).whatsappBlockedReason, std::nullopt);
-
-  const auto linked = offeredChannels(true, WhatsAppSettledState{Kind::linked, ""}, false);
-  EXPECT_EQ(linked.channels, (Channels{"imessage", "sms", "whatsapp"}));
-  EXPECT_TRUE(linked.whatsappLinked);
-  EXPECT_EQ(linked.logLine, std::nullopt);
-
-  // The QR code means no linked phone, whatever this Mac hosted before.
-  const auto qr = offeredChannels(true, WhatsAppSettledState{Kind::showingQrCode, ""}, true);
-  EXPECT_EQ(qr.channels, (Channels{"imessage", "sms"}));
-  EXPECT_EQ(qr.whatsappBlockedReason,
-            "WhatsApp is not being offered by this Mac: WhatsApp Web is showing its QR code, so the phone is not "
-            "linked. Everything else on this Mac is unaffected.");
-
-  for (const auto kind : {Kind::downloading, Kind::notKnown, Kind::notReadable}) {
-    const auto hosted = offeredChannels(true, WhatsAppSettledState{kind, "a blank page"}, true);
-    EXPECT_EQ(hosted.channels, (Channels{"imessage", "sms", "whatsapp"}));
-    ASSERT_TRUE(hosted.logLine);
-    EXPECT_THAT(*hosted.logLine, HasSubstr("advertising it anyway"));
-    EXPECT_EQ(hosted.whatsappBlockedReason, std::nullopt);
-
-    const auto never = offeredChannels(true, WhatsAppSettledState{kind, "a blank page"}, false);
-    EXPECT_EQ(never.channels, (Channels{"imessage", "sms"}));
-    EXPECT_EQ(never.logLine, std::nullopt);
-    EXPECT_TRUE(never.whatsappBlockedReason);
+  const auto page = [](Kind kind, std::string detail = "") { return std::optional(WhatsAppSettledState{kind, detail}); };
+  const Channels messages{"imessage", "sms"}, all{"imessage", "sms", "whatsapp"};
+  // The log line is given in part; the cause is what the blocked reason names.
+  struct Row { bool canRead; std::optional<WhatsAppSettledState> whatsapp; bool hosts; Channels channels; const char* line; const char* cause; };
+  for (const auto& [canRead, whatsapp, hosts, channels, line, cause] : std::vector<Row>{
+           {true, std::nullopt, true, messages, nullptr, nullptr},
+           {false, std::nullopt, true, {}, nullptr, nullptr},
+           {true, page(Kind::linked), false, all, nullptr, nullptr},
+           // The QR code means no linked phone, whatever this Mac hosted before.
+           {true, page(Kind::showingQrCode), true, messages, nullptr, "WhatsApp Web is showing its QR code, so the phone is not linked"},
+           {true, page(Kind::downloading), true, all, "web is downloading this account's messages — advertising it anyway", nullptr},
+           {true, page(Kind::notKnown), true, all, "web is still loading — advertising it anyway", nullptr},
+           {true, page(Kind::notReadable, "a blank page"), true, all, "not readable — advertising it anyway, because this Mac "
+            "hosts a linked session and an unreadable page is not evidence a phone was unlinked. Last seen: a blank page", nullptr},
+           {true, page(Kind::downloading), false, messages, nullptr, "WhatsApp Web is still downloading this account's messages"},
+           {true, page(Kind::notKnown), false, messages, nullptr, "the page is still loading"},
+           {true, page(Kind::notReadable, "a blank page"), false, messages, nullptr, "a blank page"}}) {
+    const auto offer = offeredChannels(canRead, whatsapp, hosts);
+    SCOPED_TRACE(::testing::Message() << "page " << (whatsapp ? static_cast<int>(whatsapp->kind) : -1) << ", hosted " << hosts);
+    EXPECT_EQ(offer.channels, channels);
+    EXPECT_EQ(offer.whatsappLinked, whatsapp && whatsapp->kind == Kind::linked);
+    EXPECT_EQ(offer.logLine.has_value(), line != nullptr);
+    if (line && offer.logLine) {
+      EXPECT_THAT(*offer.logLine, ::testing::HasSubstr(line));
+    }
+    EXPECT_EQ(offer.whatsappBlockedReason, cause ? std::optional("WhatsApp is not being offered by this Mac: " + std::string(cause) +
+                                                                 ". Everything else on this Mac is unaffected.") : std::nullopt);
   }
-  EXPECT_THAT(*offeredChannels(true, WhatsAppSettledState{Kind::notReadable, "a blank page"}, true).logLine,
-              HasSubstr("Last seen: a blank page"));
-  EXPECT_EQ(*offeredChannels(true, WhatsAppSettledState{Kind::notKnown, ""}, false).whatsappBlockedReason,
-            "WhatsApp is not being offered by this Mac: the page is still loading. Everything else on this Mac is "
-            "unaffected.");
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
 #include "Companion.h"
 
-#include <boost/asio/co_spawn.hpp>
+#include <algorithm>
 #include <boost/asio/detached.hpp>
-#include <boost/asio/io_context.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -20,28 +19,22 @@ namespace {
 namespace asio = boost::asio;
 using namespace std::chrono_literals;
 
-class MemoryKeychain final : public Keychain {
- public:
+struct MemoryKeychain final : Keychain {
+  std::map<std::string, std::string, std::less<>> items;
   std::optional<std::string> read(std::string_view account) const override {
-    const auto found = items_.find(std::string(account));
-    return found == items_.end() ? std::nullopt : std::optional(found->second);
+    const auto found = items.find(account);
+    return found == items.end() ? std::nullopt : std::optional(found->second);
   }
-  bool write(std::string_view account, std::string_view value) override {
-    items_[std::string(account)] = value;
-    return true;
-  }
-  bool remove(std::string_view account) override { return items_.erase(std::string(account)) > 0; }
-
- private:
-  std::map<std::string, std::string> items_;
+  bool write(std::string_view account, std::string_view value) override { items[std::string(account)] = value; return true; }
+  bool remove(std::string_view account) override { return items.erase(std::string(account)) > 0; }
 };
 
 class CompanionWithManualClock : public ::testing::Test {
  protected:
+  ~CompanionWithManualClock() override { QuarlLog::install(nullptr); }
   std::shared_ptr<Companion> companion(std::shared_ptr<HttpTransport> transport = nullptr) {
-    if (!transport) transport = transport_;
-    return Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_, transport, host_,
-                                            ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, "/nonexistent/chat.db"});
+    return Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_, transport ? transport : transport_,
+                                            host_, ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, "/nonexistent/chat.db"});
   }
   void signIn() {
     defaults_->write(keys::deviceId, "dev-1");
@@ -49,21 +42,14 @@ class CompanionWithManualClock : public ::testing::Test {
     keychain_->write(keys::refreshTokenAccount, "refresh");
   }
   // Runs whatever is ready; a loop that ran out of work must be restarted to run again.
-  void runReady() {
-    io_.restart();
-    io_.poll();
-  }
-  // Moves time on in small steps, letting every coroutine that woke run after each.
+  void runReady() { io_.restart(); io_.poll(); }
+  void spawn(asio::awaitable<void> work) { asio::co_spawn(io_, std::move(work), asio::detached); runReady(); }
+  // Moves time on in one-second steps, letting every coroutine that woke run after each.
   void pass(std::chrono::seconds total) {
-    for (auto step = 0s; step < total; step += 1s) {
-      clock_->advance(1s);
-      runReady();
-    }
+    for (auto step = 0s; step < total; step += 1s) { clock_->advance(1s); runReady(); }
   }
   int linesContaining(const std::string& text) {
-    int count = 0;
-    for (const auto& line : log_->lines()) count += line.find(text) != std::string::npos;
-    return count;
+    return static_cast<int>(std::ranges::count_if(log_->lines(), [&](const std::string& l) { return l.find(text) != std::string::npos; }));
   }
 
   asio::io_context io_;
@@ -75,87 +61,65 @@ class CompanionWithManualClock : public ::testing::Test {
   std::shared_ptr<testing::CapturingLogSink> log_ = testing::CapturingLogSink::installed();
 };
 
-TEST_F(CompanionWithManualClock, ALongTickGetsExactlyOneFurtherTickHoweverManyFiringsFallInsideIt) {
+TEST_F(CompanionWithManualClock, ALongTickGetsExactlyOneFurtherTickAndWhatTheStoreAllowsIsOffered) {
   host_->readDurations = {100s};
   auto coordinator = companion();
+  const auto& state = coordinator->state();
   coordinator->start();
   runReady();
-  EXPECT_TRUE(coordinator->isTicking());
-
   pass(99s);  // firings at 30, 60 and 90 s fall inside the first tick
   EXPECT_EQ(coordinator->ticksRun(), 1);
   EXPECT_EQ(linesContaining("tick asked for while one is still running — it will run next"), 3);
-
   pass(1s);  // the first tick ends; the one further tick runs at once
   EXPECT_EQ(coordinator->ticksRun(), 2);
-  EXPECT_FALSE(coordinator->isTicking());
-
   pass(20s);  // the next firing, at 120 s, finds no tick running
   EXPECT_EQ(coordinator->ticksRun(), 3);
   EXPECT_EQ(host_->storeReads, 3);
+  // A store that cannot be read blocks with the Full Disk Access sentence.
+  EXPECT_FALSE(state.canReadMessages);
+  EXPECT_EQ(state.blockedReason,
+            "Quarl needs Full Disk Access to read Messages. System Settings → Privacy & Security → Full Disk Access.");
+  EXPECT_TRUE(state.enabledChannels.empty());
 
   // start() again replaces the timers: one set fires, not two.
+  host_->reading = {true, std::nullopt};
+  host_->whatsapp = WhatsAppSettledState{WhatsAppSettledState::Kind::showingQrCode, ""};
   coordinator->start();
   runReady();
   EXPECT_EQ(coordinator->ticksRun(), 4);
+  EXPECT_TRUE(state.canReadMessages);
+  EXPECT_EQ(state.enabledChannels, (std::vector<std::string>{"imessage", "sms"}));
+  EXPECT_THAT(state.blockedReason.value_or(""), ::testing::StartsWith("WhatsApp is not being offered"));
   pass(30s);
   EXPECT_EQ(coordinator->ticksRun(), 5);
-  QuarlLog::install(nullptr);
 }
 
-TEST_F(CompanionWithManualClock, SigningOutDuringATickLeavesTheLaterStagesWithoutAClient) {
+TEST_F(CompanionWithManualClock, ASignOutLeavesARunningTickWithoutAClientAndDropsALateTokenRotation) {
   signIn();
   host_->readDurations = {10s};
-  auto coordinator = companion();
-  ASSERT_TRUE(coordinator->hasCredentials());
-  asio::co_spawn(io_, coordinator->guardedTick(), asio::detached);
-  runReady();
-  coordinator->signOut();
+  auto ticking = companion();
+  ASSERT_TRUE(ticking->hasCredentials());
+  spawn(ticking->guardedTick());
+  ticking->signOut();
   pass(10s);
-
-  EXPECT_FALSE(coordinator->isTicking());
+  EXPECT_FALSE(ticking->isTicking());
   EXPECT_TRUE(transport_->requests.empty());
   EXPECT_EQ(linesContaining("quarl: heartbeat skipped — no credentials loaded yet"), 1);
-  EXPECT_EQ(keychain_->read(keys::accessTokenAccount), std::nullopt);
+  EXPECT_TRUE(keychain_->items.empty());
   EXPECT_EQ(defaults_->string(keys::deviceId), std::nullopt);
-  EXPECT_FALSE(coordinator->state().signIn.isSignedIn());
-  QuarlLog::install(nullptr);
-}
+  EXPECT_FALSE(ticking->state().signIn.isSignedIn());
 
-TEST_F(CompanionWithManualClock, ARotationThatEndsAfterASignOutIsNotWrittenIntoTheNextSession) {
+  // A rotation that ends after the sign-out is not written into the next session.
   signIn();
   auto service = std::make_shared<testing::ScriptedTransport>("https://api.quarl.app", clock_);
   service->answer("/v1/relay/heartbeat", 401, "{}");
   service->answer("/v1/auth/refresh", 200, R"({"accessToken":"late-access","refreshToken":"late-refresh"})", 5s);
-  auto coordinator = companion(service);
-  asio::co_spawn(io_, coordinator->heartbeat(), asio::detached);
-  runReady();
-  coordinator->signOut();
+  auto rotating = companion(service);
+  spawn(rotating->heartbeat());
+  rotating->signOut();
   pass(6s);
-  EXPECT_EQ(keychain_->read(keys::accessTokenAccount), std::nullopt);
-  EXPECT_EQ(keychain_->read(keys::refreshTokenAccount), std::nullopt);
+  EXPECT_TRUE(keychain_->items.empty());
   EXPECT_EQ(linesContaining("quarl: a token rotation of a session that has ended came late — dropped"), 1);
-  QuarlLog::install(nullptr);
-}
-
-TEST_F(CompanionWithManualClock, AStoreThatCannotBeReadBlocksWithTheFullDiskAccessSentence) {
-  auto coordinator = companion();
-  asio::co_spawn(io_, coordinator->guardedTick(), asio::detached);
-  runReady();
-  EXPECT_FALSE(coordinator->state().canReadMessages);
-  EXPECT_EQ(coordinator->state().blockedReason,
-            "Quarl needs Full Disk Access to read Messages. System Settings → Privacy & Security → Full Disk Access.");
-  EXPECT_TRUE(coordinator->state().enabledChannels.empty());
-
-  host_->reading = {true, std::nullopt};
-  host_->whatsapp = WhatsAppSettledState{WhatsAppSettledState::Kind::showingQrCode, ""};
-  asio::co_spawn(io_, coordinator->guardedTick(), asio::detached);
-  runReady();
-  EXPECT_TRUE(coordinator->state().canReadMessages);
-  EXPECT_EQ(coordinator->state().enabledChannels, (std::vector<std::string>{"imessage", "sms"}));
-  ASSERT_TRUE(coordinator->state().blockedReason);
-  EXPECT_THAT(*coordinator->state().blockedReason, ::testing::StartsWith("WhatsApp is not being offered"));
-  QuarlLog::install(nullptr);
 }
 
 TEST_F(CompanionWithManualClock, ABurstOfStoreChangesRunsTheLivePassOnceAfterItSettles) {
@@ -164,24 +128,19 @@ TEST_F(CompanionWithManualClock, ABurstOfStoreChangesRunsTheLivePassOnceAfterItS
   host_->reading = {true, std::nullopt};
   auto coordinator = companion();
   testing::runAwaitable(io_, coordinator->guardedTick());
-  ASSERT_TRUE(coordinator->state().canReadMessages);
-  const auto failedBefore = linesContaining("quarl: live pass failed");
-
-  coordinator->storeChanged();
-  coordinator->storeChanged();
-  runReady();
-  coordinator->storeChanged();
-  runReady();
-  EXPECT_EQ(linesContaining("quarl: live pass failed"), failedBefore) << "not before the change settles";
+  const auto failed = [&] { return linesContaining("quarl: live pass failed"); };
+  const auto before = failed();
+  for (int i = 0; i < 3; ++i) { coordinator->storeChanged(); runReady(); }
+  EXPECT_EQ(failed(), before) << "not before the change settles";
   clock_->advance(Companion::storeSettle);
-  for (int i = 0; i < 500 && linesContaining("quarl: live pass failed") == failedBefore; ++i) {
+  for (int i = 0; i < 500 && failed() == before; ++i) {  // the store is read on a worker
     io_.restart();
-    io_.run_for(10ms);  // the store is read on a worker
+    io_.run_for(10ms);
   }
-  EXPECT_EQ(linesContaining("quarl: live pass failed"), failedBefore + 1);
+  EXPECT_EQ(failed(), before + 1);
   clock_->advance(Companion::storeSettle);
   runReady();
-  EXPECT_EQ(linesContaining("quarl: live pass failed"), failedBefore + 1) << "the burst ran one pass";
+  EXPECT_EQ(failed(), before + 1) << "the burst ran one pass";
 }
 
 }  // namespace

@@ -14,20 +14,16 @@ namespace {
 namespace asio = boost::asio;
 using Kind = FileUploadFailure::Kind;
 
-// A service that holds what it was sent, and can be told to start part-way, stop taking
-// chunks, or count differently.
+// A service that holds what it was sent; it may start part-way, stall, overcount or lose chunks.
 class ServiceStandIn final : public UploadTransport {
  public:
   asio::awaitable<Result> uploadState(std::string) override { co_return current(); }
   asio::awaitable<Result> uploadChunk(std::string, std::int64_t offset, std::int64_t total, std::string sha256,
                                       std::string bytes) override {
     offsets.push_back(offset);
-    sizes.push_back(bytes.size());
     if (losses.contains(offsets.size())) co_return FileUploadFailure(Kind::other);
     shas.insert(sha256);
-    if (takeAtMost && held.size() >= *takeAtMost) co_return current();
-    if (offset != static_cast<std::int64_t>(held.size())) co_return current();
-    held += bytes;
+    if ((!takeAtMost || held.size() < *takeAtMost) && offset == static_cast<std::int64_t>(held.size())) held += bytes;
     complete = static_cast<std::int64_t>(held.size()) == total && !neverComplete;
     co_return current();
   }
@@ -39,12 +35,10 @@ class ServiceStandIn final : public UploadTransport {
   }
 
   std::string held;
-  bool complete = false;
-  bool neverComplete = false;
+  bool complete = false, neverComplete = false;
   std::optional<std::size_t> takeAtMost;
   std::int64_t overcount = 0;
   std::vector<std::int64_t> offsets;
-  std::vector<std::size_t> sizes;
   std::set<std::string> shas;
   std::set<std::size_t> losses;  // which chunk calls (counted from 1) are lost on the way
 };
@@ -56,8 +50,18 @@ class FileUploaderTest : public ::testing::Test {
     std::ofstream(path(), std::ios::binary) << contents_;
   }
   std::string path() const { return (folder_.path() / "report.pdf").string(); }
-  FileUploader::Result<FileUploader::Uploaded> upload(ServiceStandIn& service, std::size_t chunk, int stalls = 3) {
-    return testing::runAwaitable(io_, FileUploader::upload(path(), "step-1", service, chunk, stalls));
+  // The offsets of the chunks sent to `service` by an upload that must bring the whole file.
+  std::vector<std::int64_t> offsetsOf(ServiceStandIn& service) {
+    const auto done = testing::runAwaitable(io_, FileUploader::upload(path(), "step-1", service, 4096));
+    EXPECT_TRUE(done && done->bytes == 10'000 && service.shas == std::set<std::string>{done->sha256} &&
+                service.held == contents_);
+    return service.offsets;
+  }
+  // What the person reads of an upload to `service` that must fail.
+  std::string failureOf(ServiceStandIn& service, int stalls = 3) {
+    const auto result = testing::runAwaitable(io_, FileUploader::upload(path(), "step-1", service, 4096, stalls));
+    EXPECT_FALSE(result);
+    return result.error().description();
   }
 
   testing::TemporaryDirectory folder_;
@@ -65,76 +69,48 @@ class FileUploaderTest : public ::testing::Test {
   std::string contents_;
 };
 
-TEST_F(FileUploaderTest, SendsCheckedChunksAndResumesFromWhatTheServiceHolds) {
+TEST_F(FileUploaderTest, SendsCheckedChunksResumesFromTheServicesCountAndEndsEachFailureInItsOwnWords) {
   const auto digest = FileUploader::digest(path(), 777);
   ASSERT_TRUE(digest);
-  EXPECT_EQ(digest->bytes, 10'000);
   EXPECT_EQ(digest->sha256, FileUploader::digest(path(), 1 << 20)->sha256) << "the chunk size changes nothing";
   EXPECT_EQ(FileUploader::digest((folder_.path() / "gone").string(), 10).error().kind(), Kind::unreadable);
 
-  ServiceStandIn fresh;
-  const auto done = upload(fresh, 4096);
-  ASSERT_TRUE(done) << done.error().description();
-  EXPECT_EQ(fresh.held, contents_);
-  EXPECT_EQ(fresh.offsets, (std::vector<std::int64_t>{0, 4096, 8192}));
-  EXPECT_EQ(fresh.sizes, (std::vector<std::size_t>{4096, 4096, 1808}));
-  EXPECT_EQ(fresh.shas, std::set<std::string>{digest->sha256});
-  EXPECT_EQ(done->bytes, 10'000);
-  EXPECT_TRUE(done->state.complete);
-
-  ServiceStandIn resumed;
+  ServiceStandIn fresh, resumed, lossy, down, stalling, overcounting, unfinished;
   resumed.held = contents_.substr(0, 6000);
-  ASSERT_TRUE(upload(resumed, 4096));
-  EXPECT_EQ(resumed.offsets, (std::vector<std::int64_t>{6000})) << "a restart goes on from the service's count";
-  EXPECT_EQ(resumed.held, contents_);
-
-  ServiceStandIn lossy;
   lossy.losses = {2, 4, 5};
-  ASSERT_TRUE(upload(lossy, 4096));
-  EXPECT_EQ(lossy.offsets, (std::vector<std::int64_t>{0, 4096, 4096, 8192, 8192, 8192})) << "lost chunks are sent again";
-  EXPECT_EQ(lossy.held, contents_);
-  ServiceStandIn down;
   down.losses = {1, 2, 3, 4};
-  EXPECT_EQ(upload(down, 4096).error().description(), "That file could not be brought back.");
-  EXPECT_EQ(down.offsets.size(), 4u) << "three losses in a row are retried, the fourth ends it";
-}
-
-TEST_F(FileUploaderTest, StallsDisagreementsAndAnEndWithoutCompletionAreEachTheirOwnFailure) {
-  ServiceStandIn stalling;
   stalling.takeAtMost = 4096;
-  const auto stalled = upload(stalling, 4096, 2);
-  ASSERT_FALSE(stalled);
-  EXPECT_EQ(stalled.error().description(), "The file stopped arriving at Quarl, so it was not brought back.");
-  EXPECT_EQ(stalling.offsets.size(), 4u) << "one chunk taken, then three answers that did not move";
-
-  ServiceStandIn overcounting;
   overcounting.overcount = 20'000;
-  EXPECT_EQ(upload(overcounting, 4096).error().description(),
-            "Quarl and the Mac disagree about how much of the file arrived.");
-
-  ServiceStandIn unfinished;
   unfinished.neverComplete = true;
-  EXPECT_EQ(upload(unfinished, 4096).error().description(),
-            "The file did not finish arriving at Quarl, so it was not brought back.");
+  EXPECT_EQ(offsetsOf(fresh), (std::vector<std::int64_t>{0, 4096, 8192}));
+  EXPECT_EQ(fresh.shas, std::set<std::string>{digest->sha256}) << "every chunk carries the whole file's digest";
+  EXPECT_EQ(offsetsOf(resumed), (std::vector<std::int64_t>{6000})) << "a restart goes on from the service's count";
+  EXPECT_EQ(offsetsOf(lossy), (std::vector<std::int64_t>{0, 4096, 4096, 8192, 8192, 8192})) << "lost ones go again";
+
+  EXPECT_EQ(failureOf(down), "That file could not be brought back.");
+  EXPECT_EQ(down.offsets.size(), 4u) << "three losses in a row are retried, the fourth ends it";
+  EXPECT_EQ(failureOf(stalling, 2), "The file stopped arriving at Quarl, so it was not brought back.");
+  EXPECT_EQ(stalling.offsets.size(), 4u) << "one chunk taken, then three answers that did not move";
+  EXPECT_EQ(failureOf(overcounting), "Quarl and the Mac disagree about how much of the file arrived.");
+  EXPECT_EQ(failureOf(unfinished), "The file did not finish arriving at Quarl, so it was not brought back.");
 }
 
 TEST(BrainUploadTransport, AnswersBecomeStatesOrTheSentencesOfRefusal) {
   const auto ok = BrainUploadTransport::state(200, R"({"received":10,"total":10,"complete":true,"documentId":"d1"})", false);
-  ASSERT_TRUE(ok);
-  EXPECT_EQ(ok->documentId, "d1");
+  EXPECT_TRUE(ok && ok->documentId == "d1");
   const auto behind = BrainUploadTransport::state(409, R"({"received":4,"complete":false})", true);
-  ASSERT_TRUE(behind);
-  EXPECT_EQ(behind->received, 4);
-  EXPECT_FALSE(BrainUploadTransport::state(409, R"({"received":4,"complete":false})", false));
-  EXPECT_EQ(BrainUploadTransport::state(413, R"({"code":"too_large","message":"over the limit"})", true).error().description(),
+  EXPECT_TRUE(behind && behind->received == 4) << "a chunk's 409 says how far the service got";
+  const auto failure = [](int status, const std::string& body, bool resumable = true) {
+    const auto answer = BrainUploadTransport::state(status, body, resumable);
+    EXPECT_FALSE(answer) << status << " " << body;
+    return answer.error();
+  };
+  EXPECT_EQ(failure(409, R"({"received":4,"complete":false})", false).kind(), Kind::refused);
+  EXPECT_EQ(failure(413, R"({"code":"too_large","message":"over the limit"})").description(),
             "Quarl would not take the file (over the limit), so it was not brought back.");
-  EXPECT_EQ(BrainUploadTransport::state(422, R"({"message":"x","sentence":"That file is damaged."})", true)
-                .error()
-                .description(),
-            "That file is damaged.");
-  EXPECT_EQ(BrainUploadTransport::state(401, "", true).error().kind(), Kind::notSignedIn);
-  EXPECT_EQ(BrainUploadTransport::state(503, "down", true).error().description(), "That file could not be brought back.");
-  EXPECT_EQ(BrainUploadTransport::state(200, "not json", true).error().kind(), Kind::other);
+  EXPECT_EQ(failure(422, R"({"message":"x","sentence":"That file is damaged."})").description(), "That file is damaged.");
+  EXPECT_EQ(failure(401, "").kind(), Kind::notSignedIn);
+  EXPECT_TRUE(failure(503, "down").kind() == Kind::other && failure(200, "not json").kind() == Kind::other);
 }
 
 }  // namespace

@@ -1,18 +1,18 @@
 #include "MessagesSender.h"
-#include "RelaySendLedger.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <random>
 
 #include "../tests/support/MessagesScript.h"
-#include "../tests/support/TemporaryDirectory.h"
+#include "RelaySendLedger.h"
 
 namespace quarl {
 namespace {
 
 using namespace std::chrono_literals;
+using ::testing::HasSubstr;
 const ReplyService overIMessage{false, ReplyService::theChannelsOwnService};
 const ReplyService overSMS{true, ReplyService::theChannelsOwnService};
 
@@ -32,8 +32,7 @@ TEST(MessagesSender, AnyBodyComesBackExactlyFromTheScriptsLiteral) {
     EXPECT_EQ(parsed->body, stored);
     EXPECT_EQ(RelaySendLedger::bodyDigest(parsed->body), RelaySendLedger::bodyDigest(body))
         << "the ledger knows the stored row by the job's words";
-    EXPECT_EQ(parsed->target, "+15550001");
-    EXPECT_EQ(parsed->serviceType, "iMessage");
+    EXPECT_EQ(parsed->target + " " + parsed->serviceType, "+15550001 iMessage");
   }
   const auto file = testing::parseMessagesScript(
       MessagesSender::fileScript("x\"y@example.com", "/tmp/a \"b\".png", overSMS, std::nullopt));
@@ -44,55 +43,39 @@ TEST(MessagesSender, AnyBodyComesBackExactlyFromTheScriptsLiteral) {
   EXPECT_EQ(file->serviceType, "SMS");
 }
 
-TEST(MessagesSender, GroupsAreAddressedByChatIdAndPeopleByService) {
-  EXPECT_TRUE(MessagesSender::isGroup("chat123456", std::nullopt));
-  EXPECT_FALSE(MessagesSender::isGroup("chat12a", std::nullopt));
-  EXPECT_FALSE(MessagesSender::isGroup("chat", std::nullopt));
-  EXPECT_TRUE(MessagesSender::isGroup("+15550001", std::string("any;+;chat99")));
-  EXPECT_FALSE(MessagesSender::isGroup("chat123456", std::string("any;-;chat123456")));
-  EXPECT_EQ(MessagesSender::script("chat123456", "hi", overSMS, std::nullopt),
-            "tell application \"Messages\"\n"
-            "    set targetChat to missing value\n"
-            "    try\n"
-            "      set targetChat to chat id \"any;+;chat123456\"\n"
-            "    end try\n"
-            "    if targetChat is missing value then\n"
-            "      error \"Quarl: no Messages group matches chat123456\"\n"
-            "    end if\n"
-            "    set targetRecipient to targetChat\n"
-            "  send \"hi\" to targetRecipient\n"
-            "end tell\n");
-  EXPECT_EQ(MessagesSender::script("+15550001", "a\"b", overSMS, std::nullopt),
-            "tell application \"Messages\"\n"
-            "    set targetService to 1st service whose service type = SMS\n"
-            "    set targetRecipient to buddy \"+15550001\" of targetService\n"
-            "  send \"a\\\"b\" to targetRecipient\n"
-            "end tell\n");
-}
+TEST(MessagesSender, GroupsAreAddressedByChatIdAndFailuresTellWhatWentAndWhatDidNot) {
+  EXPECT_TRUE(MessagesSender::isGroup("chat123456", std::nullopt) && MessagesSender::isGroup("+15550001", "any;+;chat99"));
+  EXPECT_FALSE(MessagesSender::isGroup("chat12a", std::nullopt) || MessagesSender::isGroup("chat", std::nullopt) ||
+               MessagesSender::isGroup("chat123456", "any;-;chat123456"));
+  const auto script = MessagesSender::script("chat123456", "hi", overSMS, std::nullopt);
+  const auto group = testing::parseMessagesScript(script);
+  ASSERT_TRUE(group);
+  EXPECT_TRUE(group->isGroup);
+  EXPECT_EQ(group->target, "chat123456");
+  EXPECT_THAT(script, HasSubstr("    if targetChat is missing value then\n"
+                                "      error \"Quarl: no Messages group matches chat123456\"\n"));
+  ChildOutcome outcome{true, false, 1, "", "execution error: Quarl: no Messages group matches chat1 (-2700)"};
+  EXPECT_EQ(MessagesSender::failureOf(outcome, "chat1")->description(), "Messages has no conversation with chat1 any more.");
 
-TEST(MessagesSender, StagesAndFailuresTellWhatWentAndWhatDidNot) {
+  // Stages and failures tell what went and what did not.
   using Failure = MessagesSender::Failure;
   const Failure failed(Failure::Kind::scriptFailed, "boom");
   EXPECT_EQ((MessagesSender::StagedFailure{MessagesSender::Stage{0, 2}, failed}).description(),
             "the files went but the message did not: Messages could not send that: boom");
   EXPECT_EQ((MessagesSender::StagedFailure{MessagesSender::Stage{0, 0}, failed}).description(),
             "Messages could not send that: boom");
-
-  ChildOutcome outcome{true, false, 1, "", "execution error: Quarl: no Messages group matches chat1 (-2700)"};
-  EXPECT_EQ(MessagesSender::failureOf(outcome, "chat1")->description(), "Messages has no conversation with chat1 any more.");
-  outcome.errors = "  syntax error \n";
-  EXPECT_EQ(MessagesSender::failureOf(outcome, "+1")->description(), "Messages could not send that: syntax error");
-  EXPECT_EQ(MessagesSender::failureOf(ChildOutcome{true, true, std::nullopt, "", ""}, "+1")->kind(), Failure::Kind::timedOut);
-  EXPECT_EQ(MessagesSender::failureOf(ChildOutcome{true, false, 0, "", ""}, "+1"), std::nullopt);
+  const auto failureOf = [](ChildOutcome child) { return MessagesSender::failureOf(child, "+1"); };
+  EXPECT_EQ(failureOf({true, false, 1, "", "  syntax error \n"})->description(), "Messages could not send that: syntax error");
+  EXPECT_EQ(failureOf({true, true, std::nullopt, "", ""})->kind(), Failure::Kind::timedOut);
+  EXPECT_EQ(failureOf({true, false, 0, "", ""}), std::nullopt);
 }
 
 TEST(ChildProcess, InputOutputExitAndAChildThatWillNotStop) {
   const auto echoed = runChild("/bin/sh", {"-c", "cat; echo oops >&2; exit 3"}, "script text", 5s, 1s);
-  EXPECT_TRUE(echoed.started);
+  EXPECT_TRUE(echoed.started && !echoed.timedOut);
   EXPECT_EQ(echoed.output, "script text");
   EXPECT_EQ(echoed.errors, "oops\n");
   EXPECT_EQ(echoed.exitCode, 3);
-  EXPECT_FALSE(echoed.timedOut);
 
   const auto big = std::string(1 << 20, 'x');
   EXPECT_EQ(runChild("/bin/sh", {"-c", "wc -c"}, big, 5s, 1s).output.find("1048576"), 0u) << "input larger than a pipe";
@@ -103,7 +86,6 @@ TEST(ChildProcess, InputOutputExitAndAChildThatWillNotStop) {
   EXPECT_TRUE(stubborn.timedOut);
   EXPECT_EQ(stubborn.exitCode, std::nullopt);
   EXPECT_LT(std::chrono::steady_clock::now() - started, 5s) << "killed after the grace";
-
   EXPECT_FALSE(runChild("/nonexistent/osascript", {}, "", 1s, 1s).started);
 }
 

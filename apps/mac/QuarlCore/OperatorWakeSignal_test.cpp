@@ -15,42 +15,32 @@ TEST(OperatorWakeSignal, ASignalWakesTheWaiterOrTheNextAndAStaleTimerDoesNothing
   auto clock = std::make_shared<testing::ManualClock>(SystemTime(1'700'000'000s));
   auto signal = std::make_shared<OperatorWakeSignal>(io.get_executor(), clock);
   std::vector<std::string> heard;
-  const auto waiter = [&](std::string name) {
-    return [&heard, name](bool woken) { heard.push_back(name + (woken ? " woken" : " ran out")); };
-  };
-  const auto runReady = [&] {
-    io.restart();
-    io.poll();
+  const auto pass = [&](std::chrono::milliseconds by) { clock->advance(by); io.restart(); io.poll(); };
+  // Arms a wait of 30 s, and lets its timer start.
+  const auto arm = [&](std::string name) {
+    signal->arm(30s, [&heard, name](bool woken) { heard.push_back(name + (woken ? " woken" : " ran out")); });
+    pass(0ms);
   };
 
   signal->signal();
-  signal->arm(30s, waiter("first"));
+  arm("first");
   EXPECT_EQ(heard, std::vector<std::string>{"first woken"}) << "a signal nobody waited for wakes the next arm at once";
 
-  signal->arm(30s, waiter("second"));
-  runReady();
-  clock->advance(10s);
-  runReady();
+  arm("second");
+  pass(10s);
   signal->signal();
   EXPECT_EQ(heard.back(), "second woken");
-  signal->arm(30s, waiter("third"));
-  runReady();
-  clock->advance(25s);  // the second wait's timer runs out now; it must not end the third
-  runReady();
+  arm("third");
+  pass(25s);  // the second wait's timer runs out now; it must not end the third
   EXPECT_EQ(heard.back(), "second woken");
-  clock->advance(10s);
-  runReady();
+  pass(10s);
   EXPECT_EQ(heard.back(), "third ran out");
 
-  signal->arm(30s, waiter("fourth"));
-  runReady();
-  clock->advance(20s);
-  runReady();
-  signal->arm(30s, waiter("fifth"));
-  runReady();
+  arm("fourth");
+  pass(20s);
+  arm("fifth");
   EXPECT_EQ(heard.back(), "fourth woken") << "a waiter armed before makes room";
-  clock->advance(15s);  // the fourth wait's timer runs out; the fifth has 15 s left
-  runReady();
+  pass(15s);  // the fourth wait's timer runs out; the fifth has 15 s left
   EXPECT_EQ(heard.back(), "fourth woken");
   signal->cancelWait();
   EXPECT_EQ(heard.back(), "fifth ran out");

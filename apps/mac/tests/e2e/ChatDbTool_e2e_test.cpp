@@ -16,12 +16,12 @@ namespace json = boost::json;
 using ::testing::HasSubstr;
 
 struct ToolRun {
-  int code = 0;
   std::vector<json::object> rows;
   std::string errors;
 };
 
-ToolRun runTool(const std::vector<std::string>& arguments) {
+// Runs quarl-chatdb, which must end with `code`.
+ToolRun runTool(const std::vector<std::string>& arguments, int code = 0) {
   bp::ipstream out, err;
   bp::child tool(QUARL_CHATDB_PATH, bp::args(arguments), bp::std_out > out, bp::std_err > err);
   ToolRun run;
@@ -29,7 +29,7 @@ ToolRun runTool(const std::vector<std::string>& arguments) {
   while (std::getline(out, line)) run.rows.push_back(json::parse(line).as_object());
   while (std::getline(err, line)) run.errors += line + "\n";
   tool.wait();
-  run.code = tool.exit_code();
+  EXPECT_EQ(tool.exit_code(), code) << run.errors;
   return run;
 }
 
@@ -50,34 +50,25 @@ TEST(ChatDbTool, PrintsEveryRowAsJsonAndFailuresAsSentences) {
                    .dateRead = 800'000'009'000'000'000, .error = 4, .isSent = true});
   }
 
-  const auto messages = runTool({"--db", db, "messages", "--after", "2026-05-08T00:00:00Z"});
-  ASSERT_EQ(messages.code, 0) << messages.errors;
-  ASSERT_EQ(messages.rows.size(), 3u);
-  EXPECT_EQ(messages.rows[0].at("guid"), "m1");
-  EXPECT_EQ(messages.rows[0].at("date"), "2026-05-09T06:13:20.250Z");
-  EXPECT_EQ(messages.rows[0].at("attachments").as_array().at(0).at("mimeType"), "image/png");
-  EXPECT_EQ(messages.rows[1].at("guid"), "out");
-  EXPECT_EQ(messages.rows[2], (json::object{{"skippedWithoutText", 1}}));
-
-  const auto tapbacks = runTool({"--db", db, "tapbacks", "--after-row", "0", "--since", "2026-05-08T00:00:00Z"});
-  ASSERT_EQ(tapbacks.code, 0) << tapbacks.errors;
-  ASSERT_EQ(tapbacks.rows.size(), 1u);
-  EXPECT_EQ(tapbacks.rows[0].at("targetGuid"), "m1");
-  EXPECT_EQ(tapbacks.rows[0].at("meaning").at("emoji"), "❤️");
-
-  const auto address = runTool({"--db", db, "reply-address", "+15550001"});
-  ASSERT_EQ(address.code, 0) << address.errors;
-  EXPECT_EQ(address.rows.at(0).at("guid"), "iMessage;-;+15550001");
+  const auto messages = runTool({"--db", db, "messages", "--after", "2026-05-08T00:00:00Z"}).rows;
+  ASSERT_EQ(messages.size(), 3u);
+  EXPECT_EQ(messages[0].at("guid"), "m1");
+  EXPECT_EQ(messages[0].at("date"), "2026-05-09T06:13:20.250Z");
+  EXPECT_EQ(messages[0].at("attachments").as_array().at(0).at("mimeType"), "image/png");
+  EXPECT_EQ(messages[1].at("guid"), "out");
+  EXPECT_EQ(messages[2], (json::object{{"skippedWithoutText", 1}}));
+  const auto tapbacks = runTool({"--db", db, "tapbacks", "--after-row", "0", "--since", "2026-05-08T00:00:00Z"}).rows;
+  ASSERT_EQ(tapbacks.size(), 1u);
+  EXPECT_EQ(tapbacks[0].at("targetGuid"), "m1");
+  EXPECT_EQ(tapbacks[0].at("meaning").at("emoji"), "❤️");
+  EXPECT_EQ(runTool({"--db", db, "reply-address", "+15550001"}).rows.at(0).at("guid"), "iMessage;-;+15550001");
   EXPECT_EQ(runTool({"--db", db, "verify"}).rows.at(0).at("schema"), "known");
 
-  const auto missing = runTool({"--db", db + ".gone", "verify"});
-  EXPECT_EQ(missing.code, 1);
-  EXPECT_EQ(missing.errors, "No Messages database at " + db + ".gone.\n");
-
-  const auto badDate = runTool({"--db", db, "messages", "--after", "yesterday"});
-  EXPECT_EQ(badDate.code, 2);
-  EXPECT_THAT(badDate.errors, HasSubstr("--after takes an ISO 8601 instant"));
-  EXPECT_EQ(runTool({"--db", db, "tapbacks", "--since", "2026-05-08T00:00:00Z"}).code, 2);
+  EXPECT_EQ(runTool({"--db", db + ".gone", "verify"}, 1).errors, "No Messages database at " + db + ".gone.\n");
+  EXPECT_THAT(runTool({"--db", db, "messages", "--after", "yesterday"}, 2).errors,
+              HasSubstr("--after takes an ISO 8601 instant"));
+  EXPECT_THAT(runTool({"--db", db, "tapbacks", "--since", "2026-05-08T00:00:00Z"}, 2).errors,
+              HasSubstr("tapbacks needs --after-row."));
 }
 
 }  // namespace

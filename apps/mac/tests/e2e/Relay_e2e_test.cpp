@@ -1,19 +1,46 @@
+#include <stdlib.h>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/io_context.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "../support/CapturingLogSink.h"
 #include "../support/DevBrainAdmin.h"
-#include "../support/HostHome.h"
+#include "../support/FakeCompanionHost.h"
 #include "../support/FileContents.h"
+#include "../support/HostHome.h"
+#include "../support/ManualClock.h"
+#include "../support/MemorySettingsStore.h"
 #include "../support/MessagesStore.h"
+#include "../support/TemporaryDirectory.h"
 #include "Base64.h"
+#include "Companion.h"
+#include "SettingsKeys.h"
+#include "platform/linux/Keychain_linux.h"
 
 namespace quarl {
 namespace {
 
+namespace asio = boost::asio;
 namespace fs = std::filesystem;
 namespace json = boost::json;
 using namespace std::chrono;
 using ::testing::HasSubstr;
+
+// A relay job to +15550001.
+json::object job(const std::string& channelKind, const std::string& body, const json::array& attachments = {}) {
+  json::object job{{"channelKind", channelKind}, {"conversationRef", "+15550001"}, {"body", body}};
+  if (!attachments.empty()) job["attachments"] = attachments;
+  return job;
+}
+json::object file(const std::string& filename, const std::string& mimeType, const std::string& bytes) {
+  return {{"filename", filename}, {"mimeType", mimeType}, {"dataBase64", base64Encode(bytes)}};
+}
+std::string queue(testing::DevBrainAdmin& admin, const json::object& job) {
+  return std::string(admin.post("/admin/jobs", job).at("id").as_string());
+}
 
 // quarl-companion --once relaying jobs queued on devbrain through the Messages stand-in, which
 // writes the rows Messages would into a real store.
@@ -44,22 +71,11 @@ class RelayAgainstDevBrain : public ::testing::Test {
     return home_.run({"--once"}, environment);
   }
 
-  std::string queue(const json::object& job) { return std::string(admin_.post("/admin/jobs", job).at("id").as_string()); }
-
   json::object reportOf(const std::string& jobId) {
     const auto reports = admin_.get("/admin/reports");
-    for (const auto& report : reports.as_array()) {
-      if (report.at("jobId") == jobId.c_str()) return report.as_object();
-    }
+    for (const auto& report : reports.as_array()) if (report.at("jobId") == jobId.c_str()) return report.as_object();
     ADD_FAILURE() << "no report for " << jobId;
     return {};
-  }
-
-  std::vector<std::string> ingestedBodies() {
-    std::vector<std::string> bodies;
-    const auto ingested = admin_.get("/admin/ingested");
-    for (const auto& body : ingested.as_array()) bodies.emplace_back(body.at("body").as_string());
-    return bodies;
   }
 
   testing::DevBrainProcess brain_;
@@ -68,76 +84,134 @@ class RelayAgainstDevBrain : public ::testing::Test {
 };
 
 TEST_F(RelayAgainstDevBrain, AConfirmedSendIsReportedOkAndNotCapturedAsANewMessage) {
-  const auto job = queue({{"channelKind", "sms"},
-                          {"conversationRef", "+15550001"},
-                          {"body", "On my way — \"10 min\"\nsee you"},
-                          {"attachments", json::array{json::object{{"filename", "../map.png"},
-                                                                   {"mimeType", "image/png"},
-                                                                   {"dataBase64", base64Encode("PNG")}}}}});
+  const auto sent = queue(admin_, job("sms", "On my way — \"10 min\"\nsee you", {file("../map.png", "image/png", "PNG")}));
   const auto [code, log] = runOnce("sent");
   ASSERT_EQ(code, 0) << log;
-  const auto report = reportOf(job);
+  const auto report = reportOf(sent);
   EXPECT_EQ(report.at("ok"), true) << log;
   EXPECT_THAT(std::string(report.at("providerMessageId").as_string()), ::testing::MatchesRegex("standin-[0-9]+-2"))
       << "the text's row, the second written";
-  EXPECT_THAT(log, HasSubstr("quarl: relay: sending 1 file(s) with job " + job));
-  EXPECT_THAT(log, HasSubstr("relay job " + job + " on sms goes out as iMessage — their newest message came over iMessage"));
-  EXPECT_THAT(log, HasSubstr("quarl: relay: job " + job + " sent"));
-  EXPECT_THAT(log, HasSubstr("quarl: relay: removed 1 staged outgoing file(s)"));
+  EXPECT_THAT(log, HasSubstr("quarl: relay: job " + sent + " sent"));
   EXPECT_THAT(log, HasSubstr("quarl: capture recognised its own send in <private>"));
 
-  const auto sent = testing::fileContents(standInLog());
-  EXPECT_THAT(sent, HasSubstr("file\t+15550001\tiMessage\t"));
-  EXPECT_THAT(sent, HasSubstr("-map.png\n")) << "the file keeps its name but not its folder part";
-  EXPECT_THAT(sent, HasSubstr("text\t+15550001\tiMessage\tOn my way — \"10 min\"\rsee you\n"))
+  const auto scripts = testing::fileContents(standInLog());
+  EXPECT_THAT(scripts, HasSubstr("file\t+15550001\tiMessage\t")) << "their newest message came over iMessage";
+  EXPECT_THAT(scripts, HasSubstr("-map.png\n")) << "the file keeps its name but not its folder part";
+  EXPECT_THAT(scripts, HasSubstr("text\t+15550001\tiMessage\tOn my way — \"10 min\"\rsee you\n"))
       << "Messages stores the line break as AppleScript's return";
   EXPECT_TRUE(fs::is_empty(temporary())) << "staged files and snapshots are removed";
 
   // A restart reads the newest rows again; the relayed ones stay the Mac's own.
   const auto again = runOnce("sent");
-  EXPECT_THAT(ingestedBodies(), ::testing::ElementsAre("are you coming?")) << again.log;
+  const auto ingested = admin_.get("/admin/ingested").as_array();
+  ASSERT_EQ(ingested.size(), 1u) << again.log;
+  EXPECT_EQ(ingested[0].at("body"), "are you coming?");
   EXPECT_EQ(admin_.get("/admin/stats").at("duplicateIngests"), 0);
 }
 
 TEST_F(RelayAgainstDevBrain, RefusalsAndFailuresAreReportedInTheirOwnSentences) {
-  const auto refused = queue({{"channelKind", "imessage"}, {"conversationRef", "+15550001"}, {"body", "hello"}});
-  const auto [code, log] = runOnce("error:22");
-  ASSERT_EQ(code, 0) << log;
-  EXPECT_EQ(reportOf(refused).at("failureReason"),
-            "Messages did not deliver this — it did not go, and it is marked Not Delivered there (error 22). Quarl did "
-            "not send it, whatever the card said before.");
-  EXPECT_THAT(log, HasSubstr("quarl: relay: job " + refused + " was REFUSED by Messages — 1 of 1 part(s), error 22"));
-
-  const auto secondFile = queue({{"channelKind", "imessage"},
-                                 {"conversationRef", "+15550001"},
-                                 {"body", "two files"},
-                                 {"attachments", json::array{json::object{{"filename", "a.txt"},
-                                                                          {"mimeType", "text/plain"},
-                                                                          {"dataBase64", base64Encode("A")}},
-                                                             json::object{{"filename", "b.txt"},
-                                                                          {"mimeType", "text/plain"},
-                                                                          {"dataBase64", base64Encode("B")}}}}});
-  const auto whatsapp = queue({{"channelKind", "whatsapp"}, {"conversationRef", "4477"}, {"body", "hi"}});
-  fs::remove(standInLog());
-  const auto [failedCode, failedLog] = runOnce("sent", "3");  // the store's third script: file 2 of this job
-  ASSERT_EQ(failedCode, 0) << failedLog;
-  EXPECT_THAT(std::string(reportOf(secondFile).at("failureReason").as_string()),
-              ::testing::StartsWith("file 2 of 2 did not go, so the message was not sent either: Messages could not "
-                                    "send that: execution error: Messages got an error"));
+  struct Refusal {
+    std::string mode, failCall, runner;
+    std::vector<json::object> jobs;  // relayed in one run, each failing with `reason`
+    ::testing::Matcher<std::string> reason;
+  };
+  const std::vector<Refusal> refusals{
+      {"error:22", "", QUARL_STANDIN_PATH, {job("imessage", "hello")},
+       "Messages did not deliver this — it did not go, and it is marked Not Delivered there (error 22). Quarl did not "
+       "send it, whatever the card said before."},
+      // The store's third script, after the one above: file 2 of this job.
+      {"sent", "3", QUARL_STANDIN_PATH, {job("imessage", "two files", {file("a.txt", "text/plain", "A"), file("b.txt", "text/plain", "B")})},
+       ::testing::StartsWith("file 2 of 2 did not go, so the message was not sent either: Messages could not send "
+                             "that: execution error: Messages got an error")},
+      {"sent", "", QUARL_STANDIN_PATH, {job("whatsapp", "hi")}, "This Mac does not send WhatsApp messages yet, so nothing was sent."},
+      {"unauthorised", "", QUARL_STANDIN_PATH, {job("imessage", "x"), job("imessage", "y")},
+       "macOS has not allowed Quarl to control Messages. Turn Quarl on in System Settings → Privacy & Security → "
+       "Automation → Messages."},
+      {"sent", "", "/nonexistent/osascript", {job("imessage", "z")}, "This computer has no Messages app, so nothing was sent."},
+  };
+  for (const auto& refusal : refusals) {
+    std::vector<std::string> ids;
+    for (const auto& each : refusal.jobs) ids.push_back(queue(admin_, each));
+    const auto run = runOnce(refusal.mode, refusal.failCall, refusal.runner);
+    ASSERT_EQ(run.code, 0) << run.log;
+    for (const auto& id : ids) EXPECT_THAT(std::string(reportOf(id).at("failureReason").as_string()), refusal.reason) << run.log;
+  }
   EXPECT_THAT(testing::fileContents(standInLog()), ::testing::Not(HasSubstr("two files"))) << "no text after a failed file";
-  EXPECT_EQ(reportOf(whatsapp).at("failureReason"), "This Mac does not send WhatsApp messages yet, so nothing was sent.");
+}
 
-  const auto unauthorised = queue({{"channelKind", "imessage"}, {"conversationRef", "+15550001"}, {"body", "x"}});
-  const auto noMessages = queue({{"channelKind", "imessage"}, {"conversationRef", "+15550001"}, {"body", "y"}});
-  runOnce("unauthorised");
-  EXPECT_EQ(reportOf(unauthorised).at("failureReason"),
-            "macOS has not allowed Quarl to control Messages. Turn Quarl on in System Settings → Privacy & Security → "
-            "Automation → Messages.");
-  EXPECT_EQ(reportOf(noMessages).at("failureReason"), reportOf(unauthorised).at("failureReason"));
+// A coordinator in this process on a manual clock, relaying through the Messages stand-in
+// against devbrain: the waits of confirmation are the clock's, the child process and the store
+// are real.
+class RelayPassOnAManualClock : public ::testing::Test {
+ protected:
+  RelayPassOnAManualClock() : admin_(brain_) {
+    testing::MessagesStore store(storePath());
+    store.chat("+15550001", "iMessage", {store.handle("+15550001")});
+    store.close();
+    ::setenv("QUARL_OSASCRIPT", QUARL_STANDIN_PATH, 1);
+    ::setenv("QUARL_STANDIN_STORE", storePath().c_str(), 1);
+    ::setenv("QUARL_STANDIN_MODE", "unsent", 1);
+    defaults_->write(keys::apiURL, json::value(brain_.baseURL()));
+    const auto issued = admin_.post("/admin/devices");
+    defaults_->write(keys::deviceId, issued.at("deviceId"));
+    keychain_->write(keys::accessTokenAccount, issued.at("accessToken").as_string());
+    keychain_->write(keys::refreshTokenAccount, issued.at("refreshToken").as_string());
+    host_->reading = {true, std::nullopt};
+    companion_ = Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_,
+                                                  std::make_shared<BeastHttpTransport>(io_.get_executor()), host_,
+                                                  ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, storePath()});
+  }
+  ~RelayPassOnAManualClock() override {
+    for (const char* name : {"QUARL_OSASCRIPT", "QUARL_STANDIN_STORE", "QUARL_STANDIN_MODE"}) ::unsetenv(name);
+    QuarlLog::install(nullptr);
+  }
 
-  const auto nowhere = queue({{"channelKind", "imessage"}, {"conversationRef", "+15550001"}, {"body", "z"}});
-  runOnce("sent", "", "/nonexistent/osascript");
-  EXPECT_EQ(reportOf(nowhere).at("failureReason"), "This computer has no Messages app, so nothing was sent.");
+  std::string storePath() const { return (folder_.path() / "chat.db").string(); }
+  // Runs the loop until `done` holds; network and child processes take real time.
+  void runUntil(const std::function<bool()>& done) {
+    for (int i = 0; i < 1000 && !done(); ++i) {
+      io_.restart();
+      io_.run_for(10ms);
+    }
+    ASSERT_TRUE(done()) << ::testing::PrintToString(log_->lines());
+  }
+
+  testing::DevBrainProcess brain_;
+  testing::DevBrainAdmin admin_;
+  testing::TemporaryDirectory folder_;
+  asio::io_context io_;
+  std::shared_ptr<testing::ManualClock> clock_ =
+      std::make_shared<testing::ManualClock>(time_point_cast<SystemTime::duration>(system_clock::now() - 1s));
+  std::shared_ptr<testing::MemorySettingsStore> defaults_ = std::make_shared<testing::MemorySettingsStore>();
+  std::shared_ptr<FileKeychain> keychain_ = std::make_shared<FileKeychain>(folder_.path(), *clock_);
+  std::shared_ptr<testing::FakeCompanionHost> host_ = std::make_shared<testing::FakeCompanionHost>(clock_);
+  std::shared_ptr<testing::CapturingLogSink> log_ = testing::CapturingLogSink::installed();
+  std::shared_ptr<Companion> companion_;
+};
+
+TEST_F(RelayPassOnAManualClock, PassesNeverOverlapAndAnUnmarkedSendIsWatchedForFortyFourSeconds) {
+  const auto id = queue(admin_, job("imessage", "hello"));
+  asio::co_spawn(io_, companion_->guardedRelayPass(), asio::detached);
+  runUntil([&] { return clock_->sleepsBegun() == 1; });  // sent, and waiting for the first look
+
+  // The 3 s timer firing now finds the pass running and does nothing.
+  asio::co_spawn(io_, companion_->guardedRelayPass(), asio::detached);
+  io_.restart();
+  io_.run_for(50ms);
+  EXPECT_EQ(admin_.requestsTo("/v1/relay/jobs/claim"), 1);
+
+  std::size_t sleeps = 1;
+  for (const auto delay : {2s, 5s, 12s}) {
+    clock_->advance(delay);
+    ++sleeps;
+    runUntil([&] { return clock_->sleepsBegun() == sleeps; });  // looked, saw a row not marked sent, waits again
+  }
+  EXPECT_TRUE(admin_.get("/admin/reports").as_array().empty()) << "not reported before the last look";
+  clock_->advance(25s);
+  runUntil([&] { return !admin_.get("/admin/reports").as_array().empty(); });
+  EXPECT_EQ(admin_.get("/admin/reports").as_array().at(0).at("ok"), true);
+  EXPECT_THAT(log_->lines(), ::testing::Contains("quarl: relay: job " + id + " reported sent WITHOUT CONFIRMATION — "
+                                                 "Messages had 1 row(s) and marked none of them sent or failed "));
 }
 
 }  // namespace

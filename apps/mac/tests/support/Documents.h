@@ -8,50 +8,35 @@
 
 namespace quarl::testing {
 
-// A PDF whose every page shows its lines of text in Helvetica; a page without lines has no
-// text at all, as a scan has none. The cross-reference table is exact, so readers need not
-// repair it.
+// A PDF whose every page shows its lines of text in Helvetica; a page without lines has no text
+// at all, as a scan has none. The cross-reference table is exact, so readers need not repair it.
 inline std::string pdfWithPages(const std::vector<std::vector<std::string>>& pages) {
-  std::vector<std::string> objects;  // object n is objects[n - 1]
-  const auto pageCount = pages.size();
   std::string kids;
-  for (std::size_t i = 0; i < pageCount; ++i) kids += std::to_string(4 + 2 * i) + " 0 R ";
-  objects.push_back("<< /Type /Catalog /Pages 2 0 R >>");
-  objects.push_back("<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pageCount) + " >>");
-  objects.push_back("<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>");
-  for (std::size_t i = 0; i < pageCount; ++i) {
+  for (std::size_t i = 0; i < pages.size(); ++i) kids += std::to_string(4 + 2 * i) + " 0 R ";
+  std::vector<std::string> objects{  // object n is objects[n - 1]; page i is 4 + 2i, its text 5 + 2i
+      "<< /Type /Catalog /Pages 2 0 R >>",
+      "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pages.size()) + " >>",
+      "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"};
+  for (std::size_t i = 0; i < pages.size(); ++i) {
     std::string content;
-    if (!pages[i].empty()) {
-      content = "BT /F1 11 Tf 14 TL 56 760 Td\n";
-      for (const auto& line : pages[i]) {
-        std::string escaped;
-        for (const char c : line) {
-          if (c == '(' || c == ')' || c == '\\') escaped += '\\';
-          escaped += c;
-        }
-        content += "(" + escaped + ") Tj T*\n";
-      }
-      content += "ET";
+    for (const auto& line : pages[i]) {
+      content += '(';
+      for (const char c : line) content += std::string(c == '(' || c == ')' || c == '\\' ? "\\" : "") + c;
+      content += ") Tj T*\n";
     }
+    if (!content.empty()) content = "BT /F1 11 Tf 14 TL 56 760 Td\n" + content + "ET";
     objects.push_back("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Resources << /Font << /F1 3 0 R >> >> "
                       "/Contents " + std::to_string(5 + 2 * i) + " 0 R >>");
     objects.push_back("<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "\nendstream");
   }
-  std::string pdf = "%PDF-1.4\n";
-  std::vector<std::size_t> offsets;
+  std::string pdf = "%PDF-1.4\n", xref = "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
   for (std::size_t n = 0; n < objects.size(); ++n) {
-    offsets.push_back(pdf.size());
+    const auto offset = std::to_string(pdf.size());
+    xref += std::string(10 - offset.size(), '0') + offset + " 00000 n \n";
     pdf += std::to_string(n + 1) + " 0 obj\n" + objects[n] + "\nendobj\n";
   }
-  const auto xref = pdf.size();
-  pdf += "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
-  for (const auto offset : offsets) {
-    const auto digits = std::to_string(offset);
-    pdf += std::string(10 - digits.size(), '0') + digits + " 00000 n \n";
-  }
-  pdf += "trailer\n<< /Size " + std::to_string(objects.size() + 1) + " /Root 1 0 R >>\nstartxref\n" +
-         std::to_string(xref) + "\n%%EOF\n";
-  return pdf;
+  return pdf + xref + "trailer\n<< /Size " + std::to_string(objects.size() + 1) + " /Root 1 0 R >>\nstartxref\n" +
+         std::to_string(pdf.size()) + "\n%%EOF\n";
 }
 
 // Writes a ZIP archive at `path` holding `parts` (name, contents), as DOCX and ODT files are.
@@ -61,11 +46,10 @@ inline bool writeZip(const std::string& path, const std::vector<std::pair<std::s
   if (!archive) return false;
   for (const auto& [name, contents] : parts) {
     zip_source_t* source = zip_source_buffer(archive, contents.data(), contents.size(), 0);
-    if (!source || zip_file_add(archive, name.c_str(), source, ZIP_FL_OVERWRITE) < 0) {
-      zip_source_free(source);
-      zip_discard(archive);
-      return false;
-    }
+    if (source && zip_file_add(archive, name.c_str(), source, ZIP_FL_OVERWRITE) >= 0) continue;
+    zip_source_free(source);
+    zip_discard(archive);
+    return false;
   }
   return zip_close(archive) == 0;
 }
