@@ -49,10 +49,8 @@ class RelayAgainstDevBrain : public ::testing::Test {
   RelayAgainstDevBrain() : admin_(brain_), home_(brain_) {
     admin_.post("/admin/settings", {{"autoApprove", true}, {"pairingIntervalSeconds", 0}});
     testing::MessagesStore store(home_.store());
-    const auto ann = store.handle("+15550001");
-    const auto chat = store.chat("+15550001", "iMessage", {ann});
-    store.message({.guid = "from-ann", .chat = chat, .handle = ann, .text = "are you coming?",
-                   .date = testing::appleNanoseconds(time_point_cast<SystemTime::duration>(system_clock::now()) - 10min)});
+    store.message({.guid = "from-ann", .chat = store.chat("+15550001", "iMessage", {store.handle("+15550001")}), .handle = 1,
+                   .text = "are you coming?", .date = testing::appleNanoseconds(system_clock::now() - 10min)});
     fs::create_directories(temporary());
   }
 
@@ -147,7 +145,6 @@ class RelayPassOnAManualClock : public ::testing::Test {
   RelayPassOnAManualClock() : admin_(brain_) {
     testing::MessagesStore store(storePath());
     store.chat("+15550001", "iMessage", {store.handle("+15550001")});
-    store.close();
     ::setenv("QUARL_OSASCRIPT", QUARL_STANDIN_PATH, 1);
     ::setenv("QUARL_STANDIN_STORE", storePath().c_str(), 1);
     ::setenv("QUARL_STANDIN_MODE", "unsent", 1);
@@ -180,8 +177,7 @@ class RelayPassOnAManualClock : public ::testing::Test {
   testing::DevBrainAdmin admin_;
   testing::TemporaryDirectory folder_;
   asio::io_context io_;
-  std::shared_ptr<testing::ManualClock> clock_ =
-      std::make_shared<testing::ManualClock>(time_point_cast<SystemTime::duration>(system_clock::now() - 1s));
+  std::shared_ptr<testing::ManualClock> clock_ = std::make_shared<testing::ManualClock>(system_clock::now() - 1s);
   std::shared_ptr<testing::MemorySettingsStore> defaults_ = std::make_shared<testing::MemorySettingsStore>();
   std::shared_ptr<FileKeychain> keychain_ = std::make_shared<FileKeychain>(folder_.path(), *clock_);
   std::shared_ptr<testing::FakeCompanionHost> host_ = std::make_shared<testing::FakeCompanionHost>(clock_);
@@ -200,11 +196,10 @@ TEST_F(RelayPassOnAManualClock, PassesNeverOverlapAndAnUnmarkedSendIsWatchedForF
   io_.run_for(50ms);
   EXPECT_EQ(admin_.requestsTo("/v1/relay/jobs/claim"), 1);
 
-  std::size_t sleeps = 1;
-  for (const auto delay : {2s, 5s, 12s}) {
+  // Each look sees a row not marked sent, and waits again.
+  for (std::size_t sleeps = 2; const auto delay : {2s, 5s, 12s}) {
     clock_->advance(delay);
-    ++sleeps;
-    runUntil([&] { return clock_->sleepsBegun() == sleeps; });  // looked, saw a row not marked sent, waits again
+    runUntil([&, expected = sleeps++] { return clock_->sleepsBegun() == expected; });
   }
   EXPECT_TRUE(admin_.get("/admin/reports").as_array().empty()) << "not reported before the last look";
   clock_->advance(25s);

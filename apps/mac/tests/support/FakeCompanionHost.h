@@ -28,7 +28,7 @@ class FakeCompanionHost final : public CompanionHost {
     return found == contacts.end() ? std::nullopt : std::optional(found->second);
   }
   std::optional<WhatsAppSettledState> whatsappState() override { return whatsapp; }
-  void showPairingCode(const std::string& userCode, const std::string&) override { shownCodes.push_back(userCode); }
+  void showPairingCode(const std::string&, const std::string&) override {}
   void setBadge(const std::optional<std::string>& label) override { badges.push_back(label); }
   std::string hardwareDescription() override { return "test machine"; }
   OperatorCaps operatorCaps() override { return caps; }
@@ -38,7 +38,6 @@ class FakeCompanionHost final : public CompanionHost {
   std::vector<std::chrono::milliseconds> readDurations;  // one per read, then instant
   std::optional<WhatsAppSettledState> whatsapp;
   int storeReads = 0;
-  std::vector<std::string> shownCodes;
   std::vector<std::optional<std::string>> badges;
   OperatorCaps caps;
 

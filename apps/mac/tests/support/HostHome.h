@@ -6,9 +6,12 @@
 #include <boost/process/env.hpp>
 #include <boost/process/environment.hpp>
 #include <boost/process/io.hpp>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "DevBrainAdmin.h"
@@ -17,14 +20,22 @@
 
 namespace quarl::testing {
 
+// Waits up to `limit` for `done`, asking every 10 ms.
+inline bool eventually(const std::function<bool()>& done, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+  using namespace std::chrono_literals;
+  for (auto waited = 0ms; !done(); waited += 10ms) {
+    if (waited >= limit) return false;
+    std::this_thread::sleep_for(10ms);
+  }
+  return true;
+}
+
 // A temporary HOME for quarl-companion, its defaults pointing at a devbrain, with a folder where
 // a Mac keeps its Messages store; and runs of the host in it.
 class HostHome {
  public:
-  struct Run {
-    int code = 0;
-    std::string log;  // standard error
-  };
+  // How a run ended: its exit code, and what it wrote to standard error.
+  struct Run { int code = 0; std::string log; };
 
   explicit HostHome(const DevBrainProcess& brain) : baseURL_(brain.baseURL()) {
     std::filesystem::create_directories(config());

@@ -3,8 +3,9 @@
 #include <sqlite3.h>
 
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
+#include <utility>
 
 namespace quarl::testing {
 namespace {
@@ -14,29 +15,55 @@ constexpr std::int64_t appleEpochUnixSeconds = 978307200;
 std::string fileText(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) throw std::runtime_error("missing test data " + path.string());
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
+  return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 void check(sqlite3* db, int status, const std::string& what) {
-  if (status != SQLITE_OK && status != SQLITE_DONE && status != SQLITE_ROW) {
-    throw std::runtime_error(what + ": " + sqlite3_errmsg(db));
-  }
+  if (status != SQLITE_OK && status != SQLITE_DONE && status != SQLITE_ROW) throw std::runtime_error(what + ": " + sqlite3_errmsg(db));
 }
 
-std::string lengthPrefix(std::size_t length) {
-  std::string prefix;
-  if (length < 0x80) {
-    prefix += static_cast<char>(length);
-  } else if (length <= 0xFFFF) {
-    prefix += '\x81';
-    prefix += static_cast<char>(length & 0xFF);
-    prefix += static_cast<char>(length >> 8);
-  } else {
-    prefix += '\x82';
-    for (int shift = 0; shift < 32; shift += 8) prefix += static_cast<char>((length >> shift) & 0xFF);
+// A column of a row to insert: NULL, an integer, or text, which `blob` binds as the bytes of a blob.
+struct Column {
+  Column(const char* name, std::string text, bool blob = false) : name(name), text(std::move(text)), blob(blob) {}
+  Column(const char* name, std::optional<std::string> text) : name(name), text(std::move(text)) {}
+  Column(const char* name, std::int64_t integer) : name(name), integer(integer) {}
+  Column(const char* name, std::optional<std::int64_t> integer) : name(name), integer(integer) {}
+  const char* name;
+  std::optional<std::string> text;
+  std::optional<std::int64_t> integer;
+  bool blob = false;
+};
+
+std::int64_t insert(sqlite3* db, const std::string& table, const std::vector<Column>& columns) {
+  std::string names, places;
+  for (const auto& column : columns) {
+    names += (names.empty() ? "" : ", ") + std::string(column.name);
+    places += places.empty() ? "?" : ", ?";
   }
+  const auto sql = "insert into " + table + " (" + names + ") values (" + places + ")";
+  sqlite3_stmt* statement = nullptr;
+  check(db, sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), sql);
+  int index = 0;
+  for (const auto& column : columns) {
+    const auto* text = column.text ? &*column.text : nullptr;
+    const auto* integer = column.integer ? &*column.integer : nullptr;
+    const int size = text ? static_cast<int>(text->size()) : 0;
+    if (text && column.blob) sqlite3_bind_blob(statement, ++index, text->data(), size, SQLITE_TRANSIENT);
+    if (text && !column.blob) sqlite3_bind_text(statement, ++index, text->data(), size, SQLITE_TRANSIENT);
+    if (integer) sqlite3_bind_int64(statement, ++index, *integer);
+    if (!text && !integer) sqlite3_bind_null(statement, ++index);
+  }
+  const int status = sqlite3_step(statement);
+  sqlite3_finalize(statement);
+  check(db, status, sql);
+  return sqlite3_last_insert_rowid(db);
+}
+
+// The length of `length` bytes as the archiver writes it: one byte, or 0x81 or 0x82 and two or four bytes.
+std::string lengthPrefix(std::size_t length) {
+  const int bytes = length < 0x80 ? 1 : length <= 0xFFFF ? 2 : 4;
+  std::string prefix = bytes == 1 ? "" : bytes == 2 ? "\x81" : "\x82";
+  for (int byte = 0; byte < bytes; ++byte) prefix += static_cast<char>((length >> (8 * byte)) & 0xFF);
   return prefix;
 }
 
@@ -48,104 +75,43 @@ std::string messagesSchemaSql(MessagesSchema schema) {
          fileText(folder / "joins.sql");
 }
 
-MessagesStore::MessagesStore(std::filesystem::path path, MessagesSchema schema, Opening opening)
-    : path_(std::move(path)), schema_(schema) {
-  check(db_, sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr), "open");
+MessagesStore::MessagesStore(std::filesystem::path path, MessagesSchema schema, Opening opening) : schema_(schema) {
+  check(db_, sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr), "open");
   sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
   exec("pragma journal_mode=wal; pragma wal_autocheckpoint=0;");
   if (opening == Opening::existing) return;
   exec(messagesSchemaSql(schema));
-  checkpoint();
-}
-
-MessagesStore::~MessagesStore() { close(); }
-
-void MessagesStore::close() {
-  if (db_) sqlite3_close(db_);
-  db_ = nullptr;
-}
-
-void MessagesStore::exec(const std::string& sql) {
-  char* message = nullptr;
-  const int status = sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &message);
-  const std::string detail = message ? message : "";
-  sqlite3_free(message);
-  if (status != SQLITE_OK) throw std::runtime_error("exec: " + detail);
-}
-
-void MessagesStore::checkpoint() {
   check(db_, sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr), "checkpoint");
 }
 
-std::int64_t MessagesStore::insert(const std::string& table,
-                                   const std::vector<std::pair<std::string, std::optional<std::string>>>& text,
-                                   const std::vector<std::pair<std::string, std::int64_t>>& integers,
-                                   const std::vector<std::pair<std::string, std::string>>& blobs) {
-  std::string columns;
-  std::string places;
-  auto add = [&](const std::string& name) {
-    if (!columns.empty()) {
-      columns += ", ";
-      places += ", ";
-    }
-    columns += name;
-    places += "?";
-  };
-  for (const auto& [name, value] : text) add(name);
-  for (const auto& [name, value] : integers) add(name);
-  for (const auto& [name, value] : blobs) add(name);
-  const std::string sql = "insert into " + table + " (" + columns + ") values (" + places + ")";
-  sqlite3_stmt* statement = nullptr;
-  check(db_, sqlite3_prepare_v2(db_, sql.c_str(), -1, &statement, nullptr), sql);
-  int index = 1;
-  for (const auto& [name, value] : text) {
-    if (value) {
-      sqlite3_bind_text(statement, index++, value->data(), static_cast<int>(value->size()), SQLITE_TRANSIENT);
-    } else {
-      sqlite3_bind_null(statement, index++);
-    }
-  }
-  for (const auto& [name, value] : integers) sqlite3_bind_int64(statement, index++, value);
-  for (const auto& [name, value] : blobs) {
-    sqlite3_bind_blob(statement, index++, value.data(), static_cast<int>(value.size()), SQLITE_TRANSIENT);
-  }
-  const int status = sqlite3_step(statement);
-  sqlite3_finalize(statement);
-  check(db_, status, sql);
-  return sqlite3_last_insert_rowid(db_);
-}
+void MessagesStore::close() { sqlite3_close(std::exchange(db_, nullptr)); }  // a harmless no-op once closed
+
+void MessagesStore::exec(const std::string& sql) { check(db_, sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr), "exec"); }
 
 std::int64_t MessagesStore::handle(const std::string& id, const std::string& service) {
-  return insert("handle", {{"id", id}, {"service", service}}, {});
+  return insert(db_, "handle", {{"id", id}, {"service", service}});
 }
 
 std::int64_t MessagesStore::chat(const std::string& identifier, const std::string& serviceName,
                                  const std::vector<std::int64_t>& handles, const std::string& displayName) {
-  const auto row = insert("chat",
-                          {{"guid", serviceName + ";-;" + identifier},
-                           {"chat_identifier", identifier},
-                           {"service_name", serviceName},
-                           {"display_name", displayName}},
-                          {});
-  for (const auto handleRow : handles) insert("chat_handle_join", {}, {{"chat_id", row}, {"handle_id", handleRow}});
+  const auto row = insert(db_, "chat", {{"guid", serviceName + ";-;" + identifier}, {"chat_identifier", identifier},
+                                        {"service_name", serviceName}, {"display_name", displayName}});
+  for (const auto handleRow : handles) insert(db_, "chat_handle_join", {{"chat_id", row}, {"handle_id", handleRow}});
   return row;
 }
 
+// Columns that an older schema lacks (the tapback ones) go in only when set.
 std::int64_t MessagesStore::message(const MessageRow& row) {
-  std::vector<std::pair<std::string, std::optional<std::string>>> text = {
-      {"guid", row.guid}, {"text", row.text}, {"service", row.service}};
-  std::vector<std::pair<std::string, std::int64_t>> integers = {
-      {"handle_id", row.handle},         {"date", row.date},   {"is_from_me", row.isFromMe ? 1 : 0},
-      {"is_delivered", row.isDelivered}, {"error", row.error}, {"is_sent", row.isSent ? 1 : 0}};
-  if (row.dateRead) integers.emplace_back("date_read", *row.dateRead);
-  if (row.dateDelivered) integers.emplace_back("date_delivered", *row.dateDelivered);
-  if (row.associatedType) integers.emplace_back("associated_message_type", *row.associatedType);
-  if (row.associatedGuid) text.emplace_back("associated_message_guid", row.associatedGuid);
-  if (row.associatedEmoji) text.emplace_back("associated_message_emoji", row.associatedEmoji);
-  std::vector<std::pair<std::string, std::string>> blobs;
-  if (row.attributedBody) blobs.emplace_back("attributedBody", *row.attributedBody);
-  const auto id = insert("message", text, integers, blobs);
-  insert("chat_message_join", {}, {{"chat_id", row.chat}, {"message_id", id}, {"message_date", row.date}});
+  std::vector<Column> columns{{"guid", row.guid}, {"text", row.text}, {"service", row.service},
+                              {"handle_id", row.handle}, {"date", row.date}, {"is_from_me", row.isFromMe},
+                              {"is_delivered", row.isDelivered}, {"error", row.error}, {"is_sent", row.isSent},
+                              {"date_read", row.dateRead}, {"date_delivered", row.dateDelivered}};
+  if (row.associatedType) columns.push_back({"associated_message_type", *row.associatedType});
+  if (row.associatedGuid) columns.push_back({"associated_message_guid", *row.associatedGuid});
+  if (row.associatedEmoji) columns.push_back({"associated_message_emoji", *row.associatedEmoji});
+  if (row.attributedBody) columns.push_back({"attributedBody", *row.attributedBody, true});
+  const auto id = insert(db_, "message", columns);
+  insert(db_, "chat_message_join", {{"chat_id", row.chat}, {"message_id", id}, {"message_date", row.date}});
   return id;
 }
 
@@ -159,17 +125,14 @@ std::int64_t MessagesStore::chatRow(const std::string& identifier) {
 }
 
 std::int64_t MessagesStore::attachment(std::int64_t messageRowId, const AttachmentRow& row) {
-  std::vector<std::pair<std::string, std::optional<std::string>>> text = {{"guid", row.guid},
-                                                                          {"filename", row.filename},
-                                                                          {"transfer_name", row.transferName},
-                                                                          {"uti", row.uti},
-                                                                          {"mime_type", row.mimeType}};
-  if (schema_ == MessagesSchema::tahoe) text.emplace_back("original_guid", row.guid);
-  std::vector<std::pair<std::string, std::int64_t>> integers = {{"total_bytes", row.totalBytes}};
-  if (row.isSticker) integers.emplace_back("is_sticker", 1);
-  if (row.sensitive) integers.emplace_back("is_commsafety_sensitive", 1);
-  const auto id = insert("attachment", text, integers);
-  insert("message_attachment_join", {}, {{"message_id", messageRowId}, {"attachment_id", id}});
+  std::vector<Column> columns{{"guid", row.guid}, {"filename", row.filename}, {"uti", row.uti},
+                              {"transfer_name", row.transferName}, {"mime_type", row.mimeType},
+                              {"total_bytes", row.totalBytes}};
+  if (schema_ == MessagesSchema::tahoe) columns.push_back({"original_guid", row.guid});
+  if (row.isSticker) columns.push_back({"is_sticker", 1});
+  if (row.sensitive) columns.push_back({"is_commsafety_sensitive", 1});
+  const auto id = insert(db_, "attachment", columns);
+  insert(db_, "message_attachment_join", {{"message_id", messageRowId}, {"attachment_id", id}});
   return id;
 }
 

@@ -22,16 +22,13 @@ struct MessageRow {
   std::string guid;
   std::int64_t chat = 0;    // a row id from MessagesStore::chat
   std::int64_t handle = 0;  // a row id from MessagesStore::handle; 0 for none
-  std::optional<std::string> text = std::nullopt;
-  std::optional<std::string> attributedBody = std::nullopt;
+  std::optional<std::string> text = std::nullopt, attributedBody = std::nullopt;
   std::int64_t date = 0;  // raw, as the store keeps it (seconds or nanoseconds since 2001)
   bool isFromMe = false;
   std::string service = "iMessage";
   std::optional<std::int64_t> associatedType = std::nullopt;
-  std::optional<std::string> associatedGuid = std::nullopt;
-  std::optional<std::string> associatedEmoji = std::nullopt;
-  std::optional<std::int64_t> dateRead = std::nullopt;
-  std::optional<std::int64_t> dateDelivered = std::nullopt;
+  std::optional<std::string> associatedGuid = std::nullopt, associatedEmoji = std::nullopt;
+  std::optional<std::int64_t> dateRead = std::nullopt, dateDelivered = std::nullopt;
   bool isDelivered = false;
   std::int64_t error = 0;
   bool isSent = false;
@@ -40,25 +37,21 @@ struct MessageRow {
 struct AttachmentRow {
   std::string guid;
   std::optional<std::string> filename = std::nullopt;  // the path on disk, perhaps starting "~/"
-  std::optional<std::string> transferName = std::nullopt;
-  std::optional<std::string> uti = std::nullopt;
-  std::optional<std::string> mimeType = std::nullopt;
+  std::optional<std::string> transferName = std::nullopt, uti = std::nullopt, mimeType = std::nullopt;
   std::int64_t totalBytes = 0;
-  bool isSticker = false;
-  bool sensitive = false;
+  bool isSticker = false, sensitive = false;
 };
 
-// A real SQLite Messages store at `path`, built from the macOS schema text kept in the tests'
-// data folder, in WAL mode. The tables are checkpointed into the main file; every row added
-// afterwards stays in the "-wal" file, as it does while Messages is running, and closing the
-// builder leaves it there.
+// A real SQLite Messages store at `path`, built from the macOS schema text kept in the tests' data folder, in
+// WAL mode. The tables are checkpointed into the main file; every row added afterwards stays in the "-wal"
+// file, as it does while Messages is running, and closing the builder leaves it there.
 class MessagesStore {
  public:
   enum class Opening { create, existing };
   // Creates the store with `schema`, or opens one built before to add rows to it.
   explicit MessagesStore(std::filesystem::path path, MessagesSchema schema = MessagesSchema::tahoe,
                          Opening opening = Opening::create);
-  ~MessagesStore();
+  ~MessagesStore() { close(); }
   MessagesStore(const MessagesStore&) = delete;
   MessagesStore& operator=(const MessagesStore&) = delete;
 
@@ -70,21 +63,12 @@ class MessagesStore {
   // The row of the chat with this identifier; 0 when there is none.
   std::int64_t chatRow(const std::string& identifier);
   std::int64_t attachment(std::int64_t messageRowId, const AttachmentRow& row);
-
   // Runs SQL as it stands, for the variants a test needs (a dropped table, a missing column).
   void exec(const std::string& sql);
-  // Moves every row from the "-wal" file into the main file.
-  void checkpoint();
   // Closes the connection now, leaving the "-wal" file in place.
   void close();
 
-  const std::filesystem::path& path() const { return path_; }
-
  private:
-  std::int64_t insert(const std::string& table, const std::vector<std::pair<std::string, std::optional<std::string>>>& text,
-                      const std::vector<std::pair<std::string, std::int64_t>>& integers,
-                      const std::vector<std::pair<std::string, std::string>>& blobs = {});
-  std::filesystem::path path_;
   MessagesSchema schema_;
   sqlite3* db_ = nullptr;
 };
