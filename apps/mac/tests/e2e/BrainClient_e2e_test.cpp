@@ -2,6 +2,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/json/serialize.hpp>
 #include <gmock/gmock.h>
+#include <thread>
 
 #include "../support/DevBrainAdmin.h"
 #include "Base64.h"
@@ -149,6 +150,35 @@ TEST_F(BrainClientAgainstDevBrain, RefusalsAndUnreachableServicesBecomeSentences
   const auto signedOut = run(client(std::nullopt)->call(QuarlEndpoint::heartbeat(), heartbeatBody()));
   EXPECT_EQ(signedOut.error().description(), "This Mac is not signed in to Quarl.");
   EXPECT_EQ(admin_.requests().size(), 3u) << "neither of the last two calls reached devbrain";
+}
+
+// A listener whose accept queue is full drops the first SYN, so connecting takes until the first
+// retransmission, about a second; then nothing answers. The call still ends at its own timeout.
+TEST(BeastHttpTransport, OneTimeoutBoundsTheWholeCall) {
+  asio::io_context io;
+  asio::ip::tcp::acceptor listener(io);
+  const asio::ip::tcp::endpoint loopback(asio::ip::make_address("127.0.0.1"), 0);
+  listener.open(loopback.protocol());
+  listener.bind(loopback);
+  listener.listen(0);
+  asio::ip::tcp::socket filler(io);
+  filler.connect(listener.local_endpoint());
+  std::jthread freeOneSlot([&listener] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    listener.accept();
+  });
+
+  BeastHttpTransport transport(io.get_executor());
+  HttpRequest request;
+  request.method = "GET";
+  request.url = "http://127.0.0.1:" + std::to_string(listener.local_endpoint().port()) + "/";
+  request.timeout = std::chrono::seconds(2);
+  const auto started = std::chrono::steady_clock::now();
+  const auto answer = testing::runAwaitable(io, transport.perform(request));
+  const auto took = std::chrono::steady_clock::now() - started;
+  ASSERT_FALSE(answer);
+  EXPECT_EQ(answer.error(), "the request timed out");
+  EXPECT_LT(took, std::chrono::milliseconds(2600));
 }
 
 }  // namespace

@@ -3,11 +3,13 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <optional>
 
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/host_name_verification.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
@@ -93,12 +95,42 @@ namespace {
 
 using Connection = BeastHttpTransport::Connection;
 using Exchanged = boost::system::result<http::response<http::string_body>, boost::system::error_code>;
+using Deadline = std::chrono::steady_clock::time_point;
+
+// The name lookup runs getaddrinfo on a thread of its own, which no cancel can interrupt, so the
+// call waits for it only until its deadline and leaves a lookup that is still going to finish
+// by itself: the state lives on in the lookup's handler.
+asio::awaitable<boost::system::result<tcp::resolver::results_type, std::string>> resolve(asio::any_io_executor executor,
+                                                                                         const Target& target,
+                                                                                         Deadline deadline) {
+  struct Lookup {
+    explicit Lookup(const asio::any_io_executor& executor) : resolver(executor), finished(executor) {}
+    tcp::resolver resolver;
+    asio::steady_timer finished;
+    std::optional<boost::system::error_code> error;
+    tcp::resolver::results_type endpoints;
+  };
+  auto lookup = std::make_shared<Lookup>(executor);
+  lookup->finished.expires_at(deadline);
+  lookup->resolver.async_resolve(target.host, target.port,
+                                 [lookup](boost::system::error_code error, tcp::resolver::results_type endpoints) {
+                                   lookup->error = error;
+                                   lookup->endpoints = std::move(endpoints);
+                                   lookup->finished.cancel();
+                                 });
+  if (!lookup->error) co_await lookup->finished.async_wait(tokenAsTuple);
+  if (!lookup->error) {
+    lookup->resolver.cancel();
+    co_return describe(beast::error::timeout);
+  }
+  if (*lookup->error) co_return describe(*lookup->error);
+  co_return lookup->endpoints;
+}
 
 asio::awaitable<boost::system::result<std::unique_ptr<Connection>, std::string>> connect(
-    asio::any_io_executor executor, asio::ssl::context& tls, Target target, std::chrono::seconds timeout) {
-  tcp::resolver resolver(executor);
-  auto [resolveError, endpoints] = co_await resolver.async_resolve(target.host, target.port, tokenAsTuple);
-  if (resolveError) co_return describe(resolveError);
+    asio::any_io_executor executor, asio::ssl::context& tls, Target target, Deadline deadline) {
+  auto endpoints = co_await resolve(executor, target, deadline);
+  if (!endpoints) co_return endpoints.error();
 
   auto connection = std::make_unique<Connection>();
   if (target.secure) {
@@ -110,8 +142,8 @@ asio::awaitable<boost::system::result<std::unique_ptr<Connection>, std::string>>
   } else {
     connection->plain = std::make_unique<beast::tcp_stream>(executor);
   }
-  connection->lowest().expires_after(timeout);
-  auto [connectError, endpoint] = co_await connection->lowest().async_connect(endpoints, tokenAsTuple);
+  connection->lowest().expires_at(deadline);
+  auto [connectError, endpoint] = co_await connection->lowest().async_connect(*endpoints, tokenAsTuple);
   if (connectError) co_return describe(connectError);
   if (connection->secure) {
     auto [handshakeError] =
@@ -134,8 +166,8 @@ asio::awaitable<Exchanged> exchangeOn(Stream& stream, beast::flat_buffer& buffer
 }
 
 asio::awaitable<Exchanged> exchange(Connection& connection, http::request<http::string_body>& request,
-                                    std::chrono::seconds timeout) {
-  connection.lowest().expires_after(timeout);
+                                    Deadline deadline) {
+  connection.lowest().expires_at(deadline);
   if (connection.secure) co_return co_await exchangeOn(*connection.secure, connection.buffer, request);
   co_return co_await exchangeOn(*connection.plain, connection.buffer, request);
 }
@@ -189,17 +221,19 @@ void BeastHttpTransport::keepIdle(const std::string& origin, std::unique_ptr<Con
 }
 
 asio::awaitable<boost::system::result<HttpResponse, std::string>> BeastHttpTransport::perform(HttpRequest request) {
+  // One bound for the whole call: the lookup, the connection and the exchange share it.
+  const auto deadline = std::chrono::steady_clock::now() + request.timeout;
   auto target = parseTarget(request.url);
   if (!target) co_return target.error();
   auto message = buildRequest(request, *target);
 
   auto connection = takeIdle(target->origin);
   if (!connection) {
-    auto fresh = co_await connect(executor_, tls_, *target, request.timeout);
+    auto fresh = co_await connect(executor_, tls_, *target, deadline);
     if (!fresh) co_return fresh.error();
     connection = std::move(*fresh);
   }
-  auto answer = co_await exchange(*connection, message, request.timeout);
+  auto answer = co_await exchange(*connection, message, deadline);
   if (!answer) co_return describe(answer.error());
 
   if (answer->keep_alive()) {
