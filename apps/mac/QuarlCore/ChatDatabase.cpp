@@ -33,6 +33,20 @@ std::string secondsOf(std::string_view column) {
          std::string(column) + " / 1000000000\n                else " + std::string(column) + " end)";
 }
 
+// A lower bound on the raw `m.date` that every row meeting `secondsOf("m.date") <comparison>
+// <parameter>` meets too, and that message_idx_date can seek to, where the seconds expression
+// makes SQLite read every row. A nanosecond row meets the seconds condition only when its raw
+// value meets it scaled to nanoseconds, and a seconds row only when its raw value meets it as it
+// stands; so unless the store holds a seconds row that meets it (rows written before macOS 10.13
+// and dated after the parameter, in practice never), the scaled bound holds for every row
+// returned. Added beside the seconds condition, it changes which rows are looked at, never which
+// are returned.
+std::string dateBoundOf(std::string_view comparison, std::string_view parameter) {
+  const std::string op(comparison), p(parameter);
+  return "m.date " + op + " (case when exists (select 1 from message early where early.date " + op + " " + p +
+         " and early.date <= " + threshold + ") then " + p + " else " + p + " * 1000000000 end)";
+}
+
 const std::string tapbackCondition =
     "(coalesce(m.associated_message_type, 0) between 2000 and 2006 or "
     "coalesce(m.associated_message_type, 0) between 3000 and 3006)";
@@ -151,11 +165,14 @@ std::string messagesQuery(bool hasTapbackColumn) {
        c.display_name,
        m.ROWID
        -- Every new column is appended at the end, after m.ROWID, never in between.
+-- message drives the joins: its date index finds the few rows wanted, where starting from the
+-- join table would walk every message ever kept.
 from message m
-join chat_message_join cmj on cmj.message_id = m.ROWID
-join chat c on c.ROWID = cmj.chat_id
+cross join chat_message_join cmj on cmj.message_id = m.ROWID
+cross join chat c on c.ROWID = cmj.chat_id
 left join handle h on h.ROWID = m.handle_id
-where )" + secondsOf("m.date") + R"( > ?1
+where )" + dateBoundOf(">", "?1") + R"(
+  and )" + secondsOf("m.date") + R"( > ?1
 )" + (hasTapbackColumn ? "  and not " + tapbackCondition + "\n" : std::string()) +
          R"(order by m.date asc
 limit ?2)";
@@ -182,9 +199,7 @@ where j.message_id in ()" + ids + R"()
 order by j.message_id asc, a.ROWID asc)";
 }
 
-namespace {
-
-std::string tapbacksSql(bool hasEmojiColumn) {
+std::string tapbacksQuery(bool hasEmojiColumn) {
   return R"(select m.ROWID,
        m.associated_message_type,
        m.associated_message_guid,
@@ -193,16 +208,21 @@ std::string tapbacksSql(bool hasEmojiColumn) {
        m.date,
        c.service_name,
        )" + std::string(hasEmojiColumn ? "m.associated_message_emoji" : "null") + R"(
+-- The unary plus keeps SQLite from walking every row in row id order: the date index finds the
+-- week's rows, and sorting those costs less than reading years of history on a first pass.
 from message m
-join chat_message_join cmj on cmj.message_id = m.ROWID
-join chat c on c.ROWID = cmj.chat_id
+cross join chat_message_join cmj on cmj.message_id = m.ROWID
+cross join chat c on c.ROWID = cmj.chat_id
 left join handle h on h.ROWID = m.handle_id
-where m.ROWID > ?1
+where +m.ROWID > ?1
   and )" + tapbackCondition + R"(
+  and )" + dateBoundOf(">=", "?2") + R"(
   and )" + secondsOf("m.date") + R"( >= ?2
-order by m.ROWID asc
+order by +m.ROWID asc
 limit ?3)";
 }
+
+namespace {
 
 // Either time unit of a receipt column as nanoseconds.
 std::string nanosecondsOf(std::string_view column) {
@@ -211,22 +231,25 @@ std::string nanosecondsOf(std::string_view column) {
          ", 0) * 1000000000 end)";
 }
 
-std::string receiptsSql(bool hasTapbackColumn) {
+}  // namespace
+
+std::string receiptsQuery(bool hasTapbackColumn) {
   const std::string readAt = nanosecondsOf("m.date_read");
   const std::string deliveredAt = "(case when m.is_delivered = 1 then " + nanosecondsOf("m.date_delivered") + " else 0 end)";
   const std::string changed = "max(" + readAt + ", " + deliveredAt + ")";
   return "select m.guid,\n       " + readAt + " as read_at,\n       " + deliveredAt + R"( as delivered_at,
        c.service_name
 from message m
-join chat_message_join cmj on cmj.message_id = m.ROWID
-join chat c on c.ROWID = cmj.chat_id
+cross join chat_message_join cmj on cmj.message_id = m.ROWID
+cross join chat c on c.ROWID = cmj.chat_id
 where m.is_from_me = 1
   and m.service = 'iMessage'
 )" + (hasTapbackColumn ? "  and not " + tapbackCondition + "\n" : std::string()) +
-         "  and " + secondsOf("m.date") + " >= ?2\n  and " + changed + " > ?1\norder by " + changed + " asc\nlimit ?3";
+         "  and " + dateBoundOf(">=", "?2") + "\n  and " + secondsOf("m.date") + " >= ?2\n  and " + changed +
+         " > ?1\norder by " + changed + " asc\nlimit ?3";
 }
 
-std::string outboundSendsSql() {
+std::string outboundSendsQuery() {
   return R"(select m.guid,
        c.chat_identifier,
        m.date,
@@ -234,24 +257,29 @@ std::string outboundSendsSql() {
        m.is_sent,
        coalesce(m.text = char(65532), 0)
 from message m
-join chat_message_join cmj on cmj.message_id = m.ROWID
-join chat c on c.ROWID = cmj.chat_id
+cross join chat_message_join cmj on cmj.message_id = m.ROWID
+cross join chat c on c.ROWID = cmj.chat_id
 where m.is_from_me = 1
+  and )" + dateBoundOf(">=", "?1") + R"(
   and )" + secondsOf("m.date") + R"( >= ?1
 order by m.date asc
 limit ?2)";
 }
 
-constexpr std::string_view theirNewestServiceSql = R"(select m.service
-from message m
-join chat_message_join cmj on cmj.message_id = m.ROWID
-join chat c on c.ROWID = cmj.chat_id
+// The chat drives the joins here: its identifier index finds the one chat, and the join
+// table's chat index its messages.
+const std::string theirNewestServiceQuery = R"(select m.service
+from chat c
+cross join chat_message_join cmj on cmj.chat_id = c.ROWID
+cross join message m on m.ROWID = cmj.message_id
 where c.chat_identifier = ?1
   and m.is_from_me = 0
   and m.service is not null
   and m.service <> ''
 order by m.date desc, m.ROWID desc
 limit 1)";
+
+namespace {
 
 constexpr std::string_view conversationGuidSql = "select guid from chat where chat_identifier = ?1 limit 1";
 
@@ -330,17 +358,14 @@ std::string trimmed(std::string_view text) {
   return std::string(text);
 }
 
-// One readout from a fresh snapshot: unavailable when `message` lacks a column in `wanted`;
-// otherwise the statement `sql` makes from the message columns, bound by `bind`, with each row
-// mapped by `rowFrom`. A statement that cannot be prepared fails with `prefix` and SQLite's words.
+// One readout: unavailable when `message` lacks a column in `wanted`; otherwise the statement
+// `sql` makes from the message columns, bound by `bind`, with each row mapped by `rowFrom`. A
+// statement that cannot be prepared fails with `prefix` and SQLite's words.
 template <class Row, class Sql, class Bind, class RowFrom>
-ChatDatabase::Result<ChatDatabase::Readout<Row>> readRows(const std::string& path,
+ChatDatabase::Result<ChatDatabase::Readout<Row>> readRows(SqliteConnection& connection,
                                                           const std::vector<std::string_view>& wanted,
                                                           std::string_view clause, std::string_view prefix, Sql sql,
                                                           Bind bind, RowFrom rowFrom) {
-  auto snapshot = ChatSnapshot::take(path);
-  if (!snapshot) return snapshot.error();
-  auto& connection = (*snapshot)->connection();
   auto messageColumns = columnsOf(connection, "message");
   if (!messageColumns) return messageColumns.error();
   ChatDatabase::Readout<Row> readout;
@@ -373,10 +398,18 @@ ChatDatabase::Result<void> ChatDatabase::verifySchema() const {
   return checkRequired(**connection);
 }
 
-ChatDatabase::Result<ChatDatabase::MessageBatch> ChatDatabase::messages(SystemTime after, int limit) const {
+ChatDatabase::Result<ChatDatabase::Reading> ChatDatabase::reading() const {
   auto snapshot = ChatSnapshot::take(path);
   if (!snapshot) return snapshot.error();
-  return readMessages((*snapshot)->connection(), after, limit);
+  return Reading(std::move(*snapshot));
+}
+
+ChatDatabase::Reading::Reading(std::unique_ptr<ChatSnapshot> snapshot) : snapshot_(std::move(snapshot)) {}
+ChatDatabase::Reading::~Reading() = default;
+ChatDatabase::Reading::Reading(Reading&&) noexcept = default;
+
+ChatDatabase::Result<ChatDatabase::MessageBatch> ChatDatabase::Reading::messages(SystemTime after, int limit) {
+  return readMessages(snapshot_->connection(), after, limit);
 }
 
 ChatDatabase::Result<ChatDatabase::MessageBatch> readMessages(SqliteConnection& connection, SystemTime after,
@@ -415,11 +448,11 @@ ChatDatabase::Result<ChatDatabase::MessageBatch> readMessages(SqliteConnection& 
   return batch;
 }
 
-ChatDatabase::Result<ChatDatabase::TapbackReadout> ChatDatabase::tapbacks(std::int64_t afterRowId, SystemTime since,
-                                                                          int limit) const {
+ChatDatabase::Result<ChatDatabase::TapbackReadout> ChatDatabase::Reading::tapbacks(std::int64_t afterRowId,
+                                                                                   SystemTime since, int limit) {
   return readRows<Tapback>(
-      path, tapbackRequired, "so tapbacks cannot be read from it", "reading tapbacks: ",
-      [](const Columns& columns) { return tapbacksSql(has(columns, "associated_message_emoji")); },
+      snapshot_->connection(), tapbackRequired, "so tapbacks cannot be read from it", "reading tapbacks: ",
+      [](const Columns& columns) { return tapbacksQuery(has(columns, "associated_message_emoji")); },
       [&](SqliteStatement& statement) {
         statement.bind(1, afterRowId);
         statement.bind(2, appleSeconds(since));
@@ -439,11 +472,11 @@ ChatDatabase::Result<ChatDatabase::TapbackReadout> ChatDatabase::tapbacks(std::i
       });
 }
 
-ChatDatabase::Result<ChatDatabase::ReceiptReadout> ChatDatabase::receipts(std::int64_t changedAfter,
-                                                                          SystemTime sentSince, int limit) const {
+ChatDatabase::Result<ChatDatabase::ReceiptReadout> ChatDatabase::Reading::receipts(std::int64_t changedAfter,
+                                                                                   SystemTime sentSince, int limit) {
   return readRows<Receipt>(
-      path, receiptRequired, "so delivery and read receipts cannot be read from it", "reading receipts: ",
-      [](const Columns& columns) { return receiptsSql(has(columns, "associated_message_type")); },
+      snapshot_->connection(), receiptRequired, "so delivery and read receipts cannot be read from it", "reading receipts: ",
+      [](const Columns& columns) { return receiptsQuery(has(columns, "associated_message_type")); },
       [&](SqliteStatement& statement) {
         statement.bind(1, changedAfter);
         statement.bind(2, appleSeconds(sentSince));
@@ -462,10 +495,10 @@ ChatDatabase::Result<ChatDatabase::ReceiptReadout> ChatDatabase::receipts(std::i
       });
 }
 
-ChatDatabase::Result<ChatDatabase::DeliveryReadout> ChatDatabase::outboundSends(SystemTime at, int limit) const {
+ChatDatabase::Result<ChatDatabase::DeliveryReadout> ChatDatabase::Reading::outboundSends(SystemTime at, int limit) {
   return readRows<SendRecord>(
-      path, deliveryRequired, "so whether a send was refused cannot be read from it", "",
-      [](const Columns&) { return outboundSendsSql(); },
+      snapshot_->connection(), deliveryRequired, "so whether a send was refused cannot be read from it", "",
+      [](const Columns&) { return outboundSendsQuery(); },
       [&](SqliteStatement& statement) {
         statement.bind(1, appleSeconds(at));
         statement.bind(2, static_cast<std::int64_t>(limit));
@@ -476,31 +509,66 @@ ChatDatabase::Result<ChatDatabase::DeliveryReadout> ChatDatabase::outboundSends(
       });
 }
 
-ChatDatabase::Result<std::optional<std::string>> ChatDatabase::conversationGuid(std::string_view chatIdentifier) const {
-  auto snapshot = ChatSnapshot::take(path);
-  if (!snapshot) return snapshot.error();
-  auto statement = (*snapshot)->connection().prepare(conversationGuidSql);
+ChatDatabase::Result<std::optional<std::string>> ChatDatabase::Reading::conversationGuid(
+    std::string_view chatIdentifier) {
+  auto statement = snapshot_->connection().prepare(conversationGuidSql);
   if (!statement) return Failure::query(statement.error());
   statement->bind(1, chatIdentifier);
   if (!statement->step()) return std::optional<std::string>();
   return nonEmpty(statement->text(0));
 }
 
-ChatDatabase::Result<ChatDatabase::ReplyAddress> ChatDatabase::replyAddress(std::string_view chatIdentifier) const {
-  auto snapshot = ChatSnapshot::take(path);
-  if (!snapshot) return snapshot.error();
-  auto& connection = (*snapshot)->connection();
+ChatDatabase::Result<ChatDatabase::ReplyAddress> ChatDatabase::Reading::replyAddress(std::string_view chatIdentifier) {
+  auto& connection = snapshot_->connection();
   ReplyAddress address;
   auto guid = connection.prepare(conversationGuidSql);
   if (!guid) return Failure::query(guid.error());
   guid->bind(1, chatIdentifier);
   if (guid->step()) address.guid = nonEmpty(guid->text(0));
 
-  auto service = connection.prepare(theirNewestServiceSql);
+  auto service = connection.prepare(theirNewestServiceQuery);
   if (!service) return Failure::query(service.error());
   service->bind(1, chatIdentifier);
   if (service->step()) address.theirNewestService = nonEmpty(service->text(0));
   return address;
+}
+
+namespace {
+
+// Each single read takes a copy of its own, read once and removed.
+template <class Read>
+auto readOnce(const ChatDatabase& database, Read read) -> decltype(read(std::declval<ChatDatabase::Reading&>())) {
+  auto reading = database.reading();
+  if (!reading) return reading.error();
+  return read(*reading);
+}
+
+}  // namespace
+
+ChatDatabase::Result<ChatDatabase::MessageBatch> ChatDatabase::messages(SystemTime after, int limit) const {
+  return readOnce(*this, [&](Reading& reading) { return reading.messages(after, limit); });
+}
+
+ChatDatabase::Result<ChatDatabase::TapbackReadout> ChatDatabase::tapbacks(std::int64_t afterRowId, SystemTime since,
+                                                                          int limit) const {
+  return readOnce(*this, [&](Reading& reading) { return reading.tapbacks(afterRowId, since, limit); });
+}
+
+ChatDatabase::Result<ChatDatabase::ReceiptReadout> ChatDatabase::receipts(std::int64_t changedAfter,
+                                                                          SystemTime sentSince, int limit) const {
+  return readOnce(*this, [&](Reading& reading) { return reading.receipts(changedAfter, sentSince, limit); });
+}
+
+ChatDatabase::Result<ChatDatabase::DeliveryReadout> ChatDatabase::outboundSends(SystemTime at, int limit) const {
+  return readOnce(*this, [&](Reading& reading) { return reading.outboundSends(at, limit); });
+}
+
+ChatDatabase::Result<ChatDatabase::ReplyAddress> ChatDatabase::replyAddress(std::string_view chatIdentifier) const {
+  return readOnce(*this, [&](Reading& reading) { return reading.replyAddress(chatIdentifier); });
+}
+
+ChatDatabase::Result<std::optional<std::string>> ChatDatabase::conversationGuid(std::string_view chatIdentifier) const {
+  return readOnce(*this, [&](Reading& reading) { return reading.conversationGuid(chatIdentifier); });
 }
 
 ChatDatabase::Result<std::optional<std::string>> ChatDatabase::attachmentBytes(const std::string& path,

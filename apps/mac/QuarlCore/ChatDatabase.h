@@ -2,6 +2,7 @@
 
 #include <boost/system/result.hpp>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +12,8 @@
 #include "Clock.h"
 
 namespace quarl {
+
+class ChatSnapshot;
 
 // The only code that touches the macOS Messages store. It never writes to it: every query runs
 // on a private snapshot copy that is thrown away afterwards. Each call opens its own
@@ -120,11 +123,33 @@ struct ChatDatabase {
   // Checks the tables and columns every reader needs, on the live file (read-only).
   Result<void> verifySchema() const;
 
-  // Messages dated strictly after `after`, oldest first.
+  // One private copy of the store that several readers share: a pass that reads messages,
+  // reactions and receipts copies the store once, and every reader sees it as of that copy.
+  // The copy is removed when the reading goes. Not for two threads at once.
+  class Reading {
+   public:
+    explicit Reading(std::unique_ptr<ChatSnapshot> snapshot);
+    ~Reading();
+    Reading(Reading&&) noexcept;
+
+    // Messages dated strictly after `after`, oldest first.
+    Result<MessageBatch> messages(SystemTime after, int limit);
+    Result<TapbackReadout> tapbacks(std::int64_t afterRowId, SystemTime since, int limit);
+    Result<ReceiptReadout> receipts(std::int64_t changedAfter, SystemTime sentSince, int limit);
+    // The owner's own rows dated at or after `at`, for confirming a send.
+    Result<DeliveryReadout> outboundSends(SystemTime at, int limit);
+    Result<ReplyAddress> replyAddress(std::string_view chatIdentifier);
+    Result<std::optional<std::string>> conversationGuid(std::string_view chatIdentifier);
+
+   private:
+    std::unique_ptr<ChatSnapshot> snapshot_;
+  };
+  Result<Reading> reading() const;
+
+  // Each of these reads a copy of its own.
   Result<MessageBatch> messages(SystemTime after, int limit) const;
   Result<TapbackReadout> tapbacks(std::int64_t afterRowId, SystemTime since, int limit) const;
   Result<ReceiptReadout> receipts(std::int64_t changedAfter, SystemTime sentSince, int limit) const;
-  // The owner's own rows dated at or after `at`, for confirming a send.
   Result<DeliveryReadout> outboundSends(SystemTime at, int limit) const;
   Result<ReplyAddress> replyAddress(std::string_view chatIdentifier) const;
   Result<std::optional<std::string>> conversationGuid(std::string_view chatIdentifier) const;

@@ -149,8 +149,10 @@ TEST_F(ChatDatabaseTest, OlderStoresCountInSecondsAndDegradeWithASentenceInstead
 TEST_F(ChatDatabaseTest, EachMissingFileTableOrColumnHasItsOwnOutcome) {
   EXPECT_EQ(database().messages(now, 10).error().description(), "No Messages database at " + storePath() + ".");
 
-  // Without the attachment table or the tapback column the messages still come.
-  MessagesStore store(storePath());
+  // Without the attachment table or the tapback column the messages still come. (SQLite drops no
+  // column an index names, so this store has none.)
+  MessagesStore store(storePath(), testing::MessagesSchema::tahoe, MessagesStore::Opening::create,
+                      testing::StoreIndexes::none);
   const auto chat = store.chat("+1555", "iMessage");
   store.message({.guid = "m1", .chat = chat, .text = "hi", .date = appleNanoseconds(now + 1s)});
   store.message({.guid = "reaction", .chat = chat, .text = "Liked “hi”", .date = appleNanoseconds(now + 2s),

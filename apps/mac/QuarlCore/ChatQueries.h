@@ -14,9 +14,13 @@ namespace quarl {
 // the query alone against the sqlite3 shell on the same copy.
 ChatDatabase::Result<ChatDatabase::MessageBatch> readMessages(SqliteConnection& connection, SystemTime after, int limit);
 
-// The message query's text, as readMessages prepares it.
+// The statements the readers prepare, by the optional columns the store has. The tests run them
+// beside the same conditions written plainly, and the benchmarks beside the sqlite3 shell.
 std::string messagesQuery(bool hasTapbackColumn);
-// The attachment query for a batch of message rows, as readMessages prepares it.
 std::string attachmentsQuery(const std::vector<std::int64_t>& rowIds, bool hasSensitiveColumn);
+std::string tapbacksQuery(bool hasEmojiColumn);
+std::string receiptsQuery(bool hasTapbackColumn);
+std::string outboundSendsQuery();
+extern const std::string theirNewestServiceQuery;
 
 }  // namespace quarl

@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -75,12 +76,21 @@ std::string messagesSchemaSql(MessagesSchema schema) {
          fileText(folder / "joins.sql");
 }
 
-MessagesStore::MessagesStore(std::filesystem::path path, MessagesSchema schema, Opening opening) : schema_(schema) {
+void createAppleIndexes(sqlite3* db) {
+  std::istringstream statements(fileText(std::filesystem::path(QUARL_TEST_DATA_DIR) / "messages-schema" / "indexes.sql"));
+  for (std::string statement; std::getline(statements, statement);) {
+    if (!statement.empty()) sqlite3_exec(db, statement.c_str(), nullptr, nullptr, nullptr);
+  }
+}
+
+MessagesStore::MessagesStore(std::filesystem::path path, MessagesSchema schema, Opening opening, StoreIndexes indexes)
+    : schema_(schema) {
   check(db_, sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr), "open");
   sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
   exec("pragma journal_mode=wal; pragma wal_autocheckpoint=0;");
   if (opening == Opening::existing) return;
   exec(messagesSchemaSql(schema));
+  if (indexes == StoreIndexes::apple) createAppleIndexes(db_);
   check(db_, sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr), "checkpoint");
 }
 

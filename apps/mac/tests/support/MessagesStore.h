@@ -42,15 +42,19 @@ struct AttachmentRow {
   bool isSticker = false, sensitive = false;
 };
 
+// Whether a store gets the indexes macOS keeps on its tables. A real store always has them; a store
+// without them shows that the readers do not depend on them for their answers.
+enum class StoreIndexes { apple, none };
+
 // A real SQLite Messages store at `path`, built from the macOS schema text kept in the tests' data folder, in
-// WAL mode. The tables are checkpointed into the main file; every row added afterwards stays in the "-wal"
+// WAL mode, with Apple's indexes unless told otherwise (those whose columns the schema lacks are left out). The tables are checkpointed into the main file; every row added afterwards stays in the "-wal"
 // file, as it does while Messages is running, and closing the builder leaves it there.
 class MessagesStore {
  public:
   enum class Opening { create, existing };
   // Creates the store with `schema`, or opens one built before to add rows to it.
   explicit MessagesStore(std::filesystem::path path, MessagesSchema schema = MessagesSchema::tahoe,
-                         Opening opening = Opening::create);
+                         Opening opening = Opening::create, StoreIndexes indexes = StoreIndexes::apple);
   ~MessagesStore() { close(); }
   MessagesStore(const MessagesStore&) = delete;
   MessagesStore& operator=(const MessagesStore&) = delete;
@@ -75,6 +79,8 @@ class MessagesStore {
 
 // The schema text of one macOS version, from the tests' data folder.
 std::string messagesSchemaSql(MessagesSchema schema);
+// Apple's indexes on `db`, one statement at a time: those naming a column the schema lacks are skipped.
+void createAppleIndexes(sqlite3* db);
 
 // An instant as the store writes it: nanoseconds (macOS 10.13 and later) or seconds since 2001.
 std::int64_t appleNanoseconds(SystemTime instant);
