@@ -26,11 +26,30 @@ constexpr std::chrono::hours eventsLookBack{7 * 24};
 constexpr std::chrono::hours rememberFor{6};
 
 using Batch = ChatDatabase::Result<ChatDatabase::MessageBatch>;
+using Opened = ChatDatabase::Result<std::shared_ptr<ChatDatabase::Reading>>;
 
-asio::awaitable<Batch> readMessages(std::string path, SystemTime after, int limit) {
+asio::awaitable<Opened> openReading(std::string path) {
+  Opened opened = ChatDatabase::Failure::query("the store was not read");
+  co_await runOnWorker([&] {
+    auto reading = ChatDatabase{path}.reading();
+    if (reading) {
+      opened = std::make_shared<ChatDatabase::Reading>(std::move(*reading));
+    } else {
+      opened = reading.error();
+    }
+  });
+  co_return opened;
+}
+
+asio::awaitable<Batch> readMessages(std::shared_ptr<ChatDatabase::Reading> reading, SystemTime after, int limit) {
   Batch batch = ChatDatabase::Failure::query("the store was not read");
-  co_await runOnWorker([&] { batch = ChatDatabase{path}.messages(after, limit); });
+  co_await runOnWorker([&] { batch = reading->messages(after, limit); });
   co_return batch;
+}
+
+// The copy goes on a worker too: removing a plain copy of a large store takes a while.
+asio::awaitable<void> closeReading(std::shared_ptr<ChatDatabase::Reading> reading) {
+  co_await runOnWorker([&] { reading.reset(); });
 }
 
 asio::awaitable<ChatDatabase::Result<std::optional<std::string>>> readAttachment(std::string path) {
@@ -44,13 +63,12 @@ struct EventReadouts {
   ChatDatabase::Result<ChatDatabase::ReceiptReadout> receipts = ChatDatabase::ReceiptReadout{};
 };
 
-asio::awaitable<EventReadouts> readEvents(std::string path, std::int64_t afterRowId, std::int64_t changedAfter,
-                                          SystemTime since) {
+asio::awaitable<EventReadouts> readEvents(std::shared_ptr<ChatDatabase::Reading> reading, std::int64_t afterRowId,
+                                          std::int64_t changedAfter, SystemTime since) {
   EventReadouts readouts;
   co_await runOnWorker([&] {
-    const ChatDatabase database{path};
-    readouts.tapbacks = database.tapbacks(afterRowId, since, MessageEventsPass::tapbackLimit);
-    readouts.receipts = database.receipts(changedAfter, since, MessageEventsPass::receiptLimit);
+    readouts.tapbacks = reading->tapbacks(afterRowId, since, MessageEventsPass::tapbackLimit);
+    readouts.receipts = reading->receipts(changedAfter, since, MessageEventsPass::receiptLimit);
   });
   co_return readouts;
 }
@@ -168,17 +186,33 @@ void MessagesCapture::passEnded() {
   waitingForPass_.clear();
 }
 
+bool MessagesCapture::ReadWhole::matches(const StoreFingerprint& seen, const CaptureChannels& now) const {
+  return store == seen && channels.imessage == now.imessage && channels.sms == now.sms;
+}
+
 asio::awaitable<MessagesCapture::End> MessagesCapture::capture(BrainClient& client, CaptureChannels channels) {
   co_await untilNoPassRuns();
   passRunning_ = true;
+  // Taken before the copy, so that a write landing while the pass runs is read by the next one.
+  const auto seen = StoreFingerprint::of(storePath_);
+  if (tickRead_ && tickRead_->matches(seen, channels)) {
+    if (report_) report_->at = clock_->now();
+    passEnded();
+    if (liveAskedWhileRunning_) co_await captureRecentFirst(client, channels);
+    co_return End::done;
+  }
   PassCounts counts;
   auto cursor = loadCursor();
   const auto since = cursor.lastMessageDate;
   ChatDatabaseCaptureReport report;
   report.since = since;
+  bool drained = false;
+  auto opened = co_await openReading(storePath_);
   for (;;) {
     const auto readAt = clock_->now();
-    auto batch = co_await readMessages(storePath_, cursor.lastMessageDate, fullPassLimit);
+    // Not a co_await inside a conditional expression: GCC 12 mishandles those.
+    Batch batch = opened.has_error() ? Batch(opened.error()) : Batch(ChatDatabase::MessageBatch{});
+    if (opened) batch = co_await readMessages(*opened, cursor.lastMessageDate, fullPassLimit);
     if (!batch) {
       counts.failure = ChatDatabaseCaptureReport::kindOf(batch.error());
       QuarlLog::say("quarl: capture could not read Messages — " + batch.error().description());
@@ -199,6 +233,7 @@ asio::awaitable<MessagesCapture::End> MessagesCapture::capture(BrainClient& clie
       cursor.advance(*counts.stoppedAt, cursorOverlap);
       saveCursor(cursor);
     }
+    drained = handedOver && !full;
     if (!handedOver || !newest) break;
     const auto before = cursor.lastMessageDate;
     cursor.advance(*newest, cursorOverlap);
@@ -222,9 +257,18 @@ asio::awaitable<MessagesCapture::End> MessagesCapture::capture(BrainClient& clie
   report_ = report;
   passEnded();
   // A session that is gone fails every call after it the same way.
-  if (counts.sessionGone) co_return End::sessionGone;
+  if (counts.sessionGone) {
+    if (opened) co_await closeReading(std::move(*opened));
+    co_return End::sessionGone;
+  }
   if (liveAskedWhileRunning_) co_await captureRecentFirst(client, channels);
-  co_await captureMessageEvents(client, std::move(channels));
+  if (!opened) co_return End::done;
+  const bool eventsSent = co_await captureMessageEvents(client, channels, *opened);
+  co_await closeReading(std::move(*opened));
+  if (drained && eventsSent) {
+    tickRead_ = ReadWhole{seen, channels};
+    liveRead_ = tickRead_;
+  }
   co_return End::done;
 }
 
@@ -242,10 +286,17 @@ asio::awaitable<void> MessagesCapture::captureRecentFirst(BrainClient& client, C
 }
 
 asio::awaitable<void> MessagesCapture::liveWindowPass(BrainClient& client, const CaptureChannels& channels) {
+  const auto seen = StoreFingerprint::of(storePath_);
+  if (liveRead_ && liveRead_->matches(seen, channels)) co_return;
   auto cursor = loadCursor();
   const auto readAt = clock_->now();
   const auto window = cursor.liveWindow(readAt, liveSpan);
-  auto batch = co_await readMessages(storePath_, window.since, livePassLimit);
+  auto opened = co_await openReading(storePath_);
+  Batch batch = opened.has_error() ? Batch(opened.error()) : Batch(ChatDatabase::MessageBatch{});
+  if (opened) {
+    batch = co_await readMessages(*opened, window.since, livePassLimit);
+    co_await closeReading(std::move(*opened));
+  }
   if (!batch) {
     QuarlLog::say("quarl: live pass failed: " + batch.error().description());
     co_return;
@@ -258,6 +309,7 @@ asio::awaitable<void> MessagesCapture::liveWindowPass(BrainClient& client, const
   PassCounts counts;
   const bool handedOver = co_await handOver(client, channels, std::move(*batch), counts, true);
   if (handedOver && !full && window.mayAdvanceCursor) caughtUpAt_ = readAt;
+  if (handedOver && !full) liveRead_ = ReadWhole{seen, channels};
   const auto reached = handedOver ? newest : counts.stoppedAt;
   if (window.mayAdvanceCursor && reached) {
     cursor.advance(*reached, cursorOverlap);
@@ -375,18 +427,19 @@ asio::awaitable<AttachmentOutcome> MessagesCapture::deliverAttachments(BrainClie
   co_return outcome;
 }
 
-asio::awaitable<void> MessagesCapture::captureMessageEvents(BrainClient& client, CaptureChannels channels) {
+asio::awaitable<bool> MessagesCapture::captureMessageEvents(BrainClient& client, CaptureChannels channels,
+                                                            SharedReading reading) {
   const auto now = clock_->now();
   auto cursor = loadCursor();
   if (caughtUpAt_ && *caughtUpAt_ > cursor.lastMessageDate) cursor.lastMessageDate = *caughtUpAt_;
   const auto ceiling = MessageEvents::ceiling(cursor, now);
   auto ledger = ReceiptLedger::decoded(defaults_->read(keys::receiptLedger).value_or(json::value()));
   const auto rowId = defaults_->integer(keys::tapbackRowId).value_or(0);
-  auto readouts = co_await readEvents(storePath_, rowId, ledger.watermark(), now - eventsLookBack);
+  auto readouts = co_await readEvents(std::move(reading), rowId, ledger.watermark(), now - eventsLookBack);
   if (!readouts.tapbacks || !readouts.receipts) {
     const auto& failure = !readouts.tapbacks ? readouts.tapbacks.error() : readouts.receipts.error();
     QuarlLog::messageEvents({MessageEventsNote::Kind::readFailed, failure.description()});
-    co_return;
+    co_return false;
   }
   logUnobservable(*readouts.tapbacks, *readouts.receipts);
   MessageEventsPass pass(rowId, std::move(ledger));
@@ -401,6 +454,7 @@ asio::awaitable<void> MessagesCapture::captureMessageEvents(BrainClient& client,
   defaults_->write(keys::tapbackRowId, json::value(pass.tapbackRowId()));
   defaults_->write(keys::receiptLedger, pass.ledger().encoded());
   QuarlLog::messageEvents({MessageEventsNote::Kind::summary, MessageEventsPass::summaryLine(summary)});
+  co_return !summary.leftForLater;
 }
 
 }  // namespace quarl

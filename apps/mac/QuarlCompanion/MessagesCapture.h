@@ -11,6 +11,7 @@
 #include "CaptureCursor.h"
 #include "ChatDatabase.h"
 #include "ChatDatabaseCaptureReport.h"
+#include "ChatSnapshot.h"
 #include "IngestedRecently.h"
 #include "platform/CompanionHost.h"
 #include "SettingsStore.h"
@@ -49,14 +50,17 @@ class MessagesCapture {
 
   enum class End { done, sessionGone };
   // The tick's stage: the backlog from the cursor, oldest first, until it is drained; then the
-  // message events. A pass stops at the first message the service did not take for a reason that
-  // would fail every message, and the cursor stays before it; a message the service refused for
-  // good is passed over. Ends with sessionGone, before the message events, when this Mac's session
-  // is gone.
+  // message events, all read from one copy of the store. A pass stops at the first message the
+  // service did not take for a reason that would fail every message, and the cursor stays before
+  // it; a message the service refused for good is passed over. Ends with sessionGone, before the
+  // message events, when this Mac's session is gone.
+  //
+  // Both passes look at the store's files first: when nothing was written since a pass of their
+  // kind read it all and left nothing for later, under the same channels, there is nothing new to
+  // find, and they end without copying or reading anything.
   boost::asio::awaitable<End> capture(BrainClient& client, CaptureChannels channels);
   // The live pass: the last hour only, newest rows first in line for the service.
   boost::asio::awaitable<void> captureRecentFirst(BrainClient& client, CaptureChannels channels);
-  boost::asio::awaitable<void> captureMessageEvents(BrainClient& client, CaptureChannels channels);
   // Uploads the files of `message` that the service wants.
   boost::asio::awaitable<AttachmentOutcome> deliverAttachments(BrainClient& client, ChatDatabase::Message message,
                                                                std::vector<AttachmentDecision> decisions);
@@ -66,6 +70,15 @@ class MessagesCapture {
 
  private:
   struct PassCounts;
+  // The store as a pass last read it whole, and the channels it filed under then.
+  struct ReadWhole {
+    StoreFingerprint store;
+    CaptureChannels channels;
+    bool matches(const StoreFingerprint& seen, const CaptureChannels& now) const;
+  };
+  using SharedReading = std::shared_ptr<ChatDatabase::Reading>;
+  // Receipts and reactions from `reading`; true when nothing was left for a later pass.
+  boost::asio::awaitable<bool> captureMessageEvents(BrainClient& client, CaptureChannels channels, SharedReading reading);
   boost::asio::awaitable<bool> handOver(BrainClient& client, const CaptureChannels& channels,
                                         ChatDatabase::MessageBatch batch, PassCounts& counts, bool live);
   boost::asio::awaitable<void> liveWindowPass(BrainClient& client, const CaptureChannels& channels);
@@ -82,6 +95,7 @@ class MessagesCapture {
   std::shared_ptr<OwnSends> ownSends_;
   IngestedRecently ingested_;
   std::optional<ChatDatabaseCaptureReport> report_;
+  std::optional<ReadWhole> tickRead_, liveRead_;
   // When a pass last found nothing left to hand over: every message dated before it is with the
   // service, so receipts and reactions up to then may go even when the newest message, and so the
   // cursor, is old.

@@ -1,6 +1,7 @@
 #include "ChatSnapshot.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include "FileClone.h"
 #include "RandomText.h"
@@ -13,6 +14,23 @@ std::error_code copyFileForSnapshot(const fs::path& from, const fs::path& to) {
   std::error_code error;
   fs::copy_file(from, to, fs::copy_options::none, error);
   return error;
+}
+
+namespace {
+
+StoreFingerprint::File fileFingerprint(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return {};
+  std::error_code error;
+  const auto written = fs::last_write_time(path, error);
+  return {true, static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino),
+          static_cast<std::int64_t>(status.st_size), error ? 0 : static_cast<std::int64_t>(written.time_since_epoch().count())};
+}
+
+}  // namespace
+
+StoreFingerprint StoreFingerprint::of(const std::string& path) {
+  return {fileFingerprint(path), fileFingerprint(path + "-wal"), fileFingerprint(path + "-shm")};
 }
 
 std::optional<ChatDatabaseFailure> storeFileProblem(const std::string& path) {
@@ -28,7 +46,10 @@ boost::system::result<std::unique_ptr<ChatSnapshot>, ChatDatabaseFailure> ChatSn
   std::error_code error;
 
   const fs::path source(path);
-  auto folder = fs::temp_directory_path(error) / ("quarl-chatdb-" + randomUuid());
+  const auto temporary = fs::temp_directory_path(error);
+  // Without a temporary folder the copy would land in the working folder, which is nobody's private place.
+  if (error) return ChatDatabaseFailure::permissionDenied(path);
+  auto folder = temporary / ("quarl-chatdb-" + randomUuid());
   // From here on the snapshot owns the folder, so every return below removes it.
   std::unique_ptr<ChatSnapshot> snapshot(new ChatSnapshot(folder));
   fs::create_directories(folder, error);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/system/result.hpp>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -31,6 +32,25 @@ class ChatSnapshot {
   explicit ChatSnapshot(std::filesystem::path folder) : folder_(std::move(folder)) {}
   std::filesystem::path folder_;
   std::optional<SqliteConnection> connection_;
+};
+
+// How the store's files stand on disk: for the main file and its "-wal" and "-shm", whether it
+// is there, which file it is (device and inode, so a replaced log counts even at the same size
+// and time), its size and when it was last written. Every write Messages makes changes one of
+// them; equal fingerprints mean nothing was written in between. Taken with a few stat calls, so
+// a pass can learn it has nothing to read without copying anything.
+struct StoreFingerprint {
+  struct File {
+    bool present = false;
+    std::uint64_t device = 0, inode = 0;
+    std::int64_t size = 0;
+    std::int64_t writtenAt = 0;  // in the file system's own ticks
+    friend bool operator==(const File&, const File&) = default;
+  };
+  File main, log, sharedMemory;
+
+  static StoreFingerprint of(const std::string& path);
+  friend bool operator==(const StoreFingerprint&, const StoreFingerprint&) = default;
 };
 
 // Why the store at `path` cannot even be looked at: notFound when nothing is there,

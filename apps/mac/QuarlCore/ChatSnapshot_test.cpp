@@ -35,5 +35,34 @@ TEST(ChatSnapshot, CopiesTheStoreWithItsLogIntoAPrivateFolderAndRemovesItAfterwa
   EXPECT_EQ(fileContents(path + "-wal"), logBefore);
 }
 
+TEST(StoreFingerprint, ChangesWithEveryWriteAndWithAReplacedLogButNotWithReading) {
+  testing::TemporaryDirectory home;
+  const auto path = (home.path() / "chat.db").string();
+  testing::MessagesStore store(path);
+  const auto chat = store.chat("+1", "iMessage");
+  store.close();
+  const auto first = StoreFingerprint::of(path);
+  EXPECT_TRUE(first.main.present && first.log.present);
+  { auto snapshot = ChatSnapshot::take(path).value(); }
+  EXPECT_EQ(StoreFingerprint::of(path), first) << "a snapshot only reads";
+
+  testing::MessagesStore writer(path, testing::MessagesSchema::tahoe, testing::MessagesStore::Opening::existing);
+  writer.message({.guid = "new", .chat = chat, .text = "hi", .date = 1});
+  writer.close();
+  const auto written = StoreFingerprint::of(path);
+  EXPECT_NE(written, first);
+
+  // A log swapped for another of the same size and time is another file.
+  const auto log = fs::path(path + "-wal");
+  const auto time = fs::last_write_time(log);
+  fs::copy_file(log, log.string() + ".new");
+  fs::rename(log.string() + ".new", log);
+  fs::last_write_time(log, time);
+  EXPECT_NE(StoreFingerprint::of(path), written);
+  EXPECT_EQ(StoreFingerprint::of(path), StoreFingerprint::of(path));
+  fs::remove(path);
+  EXPECT_FALSE(StoreFingerprint::of(path).main.present);
+}
+
 }  // namespace
 }  // namespace quarl

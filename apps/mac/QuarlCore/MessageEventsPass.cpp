@@ -109,6 +109,9 @@ boost::asio::awaitable<MessageEventsPass::Summary> MessageEventsPass::run(ChatDa
     summary.receiptsSent += static_cast<int>(batch.receipts.size());
   }
 
+  summary.leftForLater = summary.batchesFailed > 0 || tapbackPlan.advanceTo < newestRead || firstWaiting ||
+                         tapbacks.rows.size() >= static_cast<std::size_t>(tapbackLimit) ||
+                         receipts.rows.size() >= static_cast<std::size_t>(receiptLimit);
   if (tapbacksTaken) tapbackRowId_ = std::max(tapbackRowId_, tapbackPlan.advanceTo);
   if (receiptsTaken) {
     const auto reached = firstWaiting ? std::min(newestReceipt, *firstWaiting - 1) : newestReceipt;

@@ -26,6 +26,9 @@ class MessageEventsPass {
     int notConnected = 0;
     std::optional<std::string> tapbacksUnavailable;
     std::optional<std::string> receiptsUnavailable;
+    // Something read was not sent: it waits for the ceiling, its batch failed, or a readout came
+    // back full and more lies behind it. A store that has not changed still holds work.
+    bool leftForLater = false;
   };
   // Sends one batch of one channel's events; true when the service took it.
   using Post = std::function<boost::asio::awaitable<bool>(std::string channelId, boost::json::array events)>;

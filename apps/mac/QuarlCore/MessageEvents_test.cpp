@@ -76,10 +76,13 @@ TEST(MessageEventsPass, SendsInBatchesRecordsOnlyWhatWasTakenAndRoutesByChannel)
       << "the custom reaction has no emoji; the SMS one has no SMS channel";
   EXPECT_EQ(pass.tapbackRowId(), 22) << "the reaction went in the first batch, which was taken";
   EXPECT_EQ(pass.ledger().watermark(), 0) << "a failed batch of receipts keeps the watermark where it was";
+  EXPECT_TRUE(summary.leftForLater);
 
   // The next pass sends again exactly what was not taken.
   Posted again{{}, {}};
-  EXPECT_EQ(testing::runAwaitable(io, pass.run({}, receipts, channels, now, std::bind_front(postTo, &again))).receiptsSent, 500);
+  const auto second = testing::runAwaitable(io, pass.run({}, receipts, channels, now, std::bind_front(postTo, &again)));
+  EXPECT_EQ(second.receiptsSent, 500);
+  EXPECT_FALSE(second.leftForLater);
   EXPECT_EQ(pass.tapbackRowId(), 22) << "a pass without tapbacks keeps the row id";
   EXPECT_EQ(pass.ledger().watermark(), base + 998 - ReceiptLedger::overlap) << "the newest receipt sent in this pass";
 
@@ -95,6 +98,13 @@ TEST(MessageEventsPass, SendsInBatchesRecordsOnlyWhatWasTakenAndRoutesByChannel)
   const ChatDatabase::ReceiptReadout lateReceipts{
       {{"L", "read", now + 1min, base + 10, false}, {"K", "delivered", now - 1min, base + 20, false}}, std::nullopt};
   Posted third{{}, {}};
+  const auto heldReaction = testing::runAwaitable(
+      io, MessageEventsPass(0, ReceiptLedger{}).run(late, {}, {"ch-imessage", "ch-sms"}, now, std::bind_front(postTo, &third)));
+  EXPECT_TRUE(heldReaction.leftForLater);
+  const auto heldReceipt = testing::runAwaitable(
+      io, MessageEventsPass(0, ReceiptLedger{}).run({}, lateReceipts, {"ch-imessage", "ch-sms"}, now, std::bind_front(postTo, &third)));
+  EXPECT_TRUE(heldReceipt.leftForLater);
+  third.batches.clear();
   testing::runAwaitable(io, waiting.run(late, lateReceipts, {"ch-imessage", "ch-sms"}, now, std::bind_front(postTo, &third)));
   EXPECT_THAT(third.batches, ElementsAre("ch-imessage:2")) << "reaction 30 and receipt K";
   EXPECT_EQ(waiting.tapbackRowId(), 30);

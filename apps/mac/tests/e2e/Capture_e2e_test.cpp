@@ -2,6 +2,7 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 #include <fstream>
+#include <thread>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -167,6 +168,61 @@ TEST_F(MessagesCaptureAgainstDevBrain, TheCursorPassesOnlyWhatTheServiceTookOrRe
     EXPECT_EQ(cursor()->lastMessageDate, at - 5s) << status;
   }
   EXPECT_EQ(admin_.get("/admin/stats").at("duplicateIngests"), 0);
+}
+
+// While no copy of the store can be made, a pass that reads says so; one that has nothing to read
+// does not try. A reaction that waits for its time keeps the tick reading the same store.
+TEST_F(MessagesCaptureAgainstDevBrain, AStoreNothingWroteToIsNotReadAgainWhileNothingWaits) {
+  const auto failures = [&] {
+    const auto lines = log_->lines();
+    return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+      return line.starts_with("quarl: capture could not read Messages") || line.starts_with("quarl: live pass failed");
+    });
+  };
+  testing::TemporaryDirectory noTemporaryFolder;
+  const auto notAFolder = noTemporaryFolder.path() / "file";
+  std::ofstream(notAFolder) << "x";
+  const char* temporary = std::getenv("TMPDIR");
+  const std::string restored = temporary ? temporary : "";
+  const auto copies = [&](bool possible) {
+    if (possible && restored.empty()) ::unsetenv("TMPDIR");
+    if (possible && !restored.empty()) ::setenv("TMPDIR", restored.c_str(), 1);
+    if (!possible) ::setenv("TMPDIR", notAFolder.c_str(), 1);
+  };
+
+  const auto reactionAt = now_ + 3s;
+  add({{.guid = "m1", .chat = 1, .handle = 1, .text = "one", .date = ago(10min)},
+       {.guid = "like", .chat = 1, .handle = 1, .text = "Liked “one”", .date = testing::appleNanoseconds(reactionAt),
+        .associatedType = 2001, .associatedGuid = "p:0/m1"}});
+  capture(channels_);
+  livePass(channels_);
+  EXPECT_THAT(ingestedIds(), ElementsAre("m1"));
+  copies(false);
+  livePass(channels_);
+  EXPECT_EQ(failures(), 0) << "the live pass read it all";
+  capture(channels_);
+  EXPECT_EQ(failures(), 1) << "the tick reads again while the reaction waits";
+
+  copies(true);
+  std::this_thread::sleep_until(std::chrono::system_clock::time_point(reactionAt.time_since_epoch()) + 100ms);
+  capture(channels_);
+  EXPECT_THAT(json::serialize(admin_.get("/admin/events")), HasSubstr(R"("messageExternalId":"m1","emoji":"👍")"));
+  copies(false);
+  capture(channels_);
+  livePass(channels_);
+  EXPECT_EQ(failures(), 1) << "nothing waits and nothing was written";
+
+  add({{.guid = "m2", .chat = 1, .handle = 1, .text = "two", .date = ago(1min)}});
+  livePass(channels_);
+  EXPECT_EQ(failures(), 2) << "a write is read";
+  copies(true);
+  livePass(channels_);
+  EXPECT_THAT(ingestedIds(), ElementsAre("m1", "m2"));
+  capture(noSms_);
+  copies(false);
+  capture(channels_);
+  EXPECT_EQ(failures(), 3) << "the SMS channel came back: what was left for it may be read now";
+  copies(true);
 }
 
 TEST_F(CaptureAgainstDevBrain, AStoreReachesTheServiceAsTheWireRulesSayAndOnlyOnce) {
