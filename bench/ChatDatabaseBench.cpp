@@ -12,6 +12,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <fstream>
 #include <filesystem>
 #include <random>
@@ -20,6 +21,7 @@
 
 #include "../apps/mac/tests/support/MessagesStore.h"
 #include "ChatQueries.h"
+#include "PlainStatements.h"
 #include "ChatSnapshot.h"
 #include "FileClone.h"
 #include "RandomText.h"
@@ -281,24 +283,53 @@ std::string replaced(std::string text, const std::string& what, const std::strin
   return text;
 }
 
-// The same two statements in the sqlite3 shell, on a snapshot taken the same way; the shell's
-// own timer measures the statements alone, without its start-up or opening the file.
-void BM_MessagesQueryInSqliteShell(benchmark::State& state) {
-  auto snapshot = quarl::ChatSnapshot::take(store().string());
-  if (!snapshot) return state.SkipWithError(snapshot.error().description().c_str());
-  auto batch = quarl::readMessages((*snapshot)->connection(), now - 1h, 500);
-  if (!batch) return state.SkipWithError(batch.error().description().c_str());
-  std::vector<std::int64_t> rowIds;
-  for (const auto& message : batch->messages) rowIds.push_back(message.rowId);
-  const auto messagesSql = replaced(replaced(quarl::messagesQuery(true), "?1",
-                                             std::to_string(quarl::ChatDatabase::appleSeconds(now - 1h))),
-                                    "?2", "500");
-  const auto script = (*snapshot)->folder() / "bench.sql";
-  {
-    std::ofstream out(script);
-    out << ".output /dev/null\n.timer on\n" << messagesSql << ";\n" << quarl::attachmentsQuery(rowIds, true) << ";\n";
-  }
-  const auto database = ((*snapshot)->folder() / store().filename()).string();
+// One snapshot for every statement run in the shell, taken as the reader takes its own.
+quarl::ChatSnapshot& shellSnapshot() {
+  static const auto snapshot = quarl::ChatSnapshot::take(store().string()).value();
+  return *snapshot;
+}
+
+std::string firstValue(const std::string& sql) {
+  auto statement = shellSnapshot().connection().prepare(sql);
+  if (!statement) throw std::runtime_error(statement.error());
+  return statement->step() ? statement->text(0).value_or("") : std::string();
+}
+
+// A store statement with the parameters the companion gives it, in its two forms.
+struct Statement {
+  std::string name;
+  std::string ours, plain;
+  std::vector<std::string> parameters;  // ?1, ?2, ... as SQL literals
+};
+
+std::vector<Statement> statements() {
+  namespace plain = quarl::testing::plain;
+  const auto seconds = [](quarl::SystemTime at) { return std::to_string(quarl::ChatDatabase::appleSeconds(at)); };
+  const auto hour = seconds(now - 1h), week = seconds(now - 7 * 24h), minute = seconds(now - 1min);
+  const auto nearlyNewest = std::to_string(std::stoll(firstValue("select max(ROWID) from message")) - 100);
+  // The busiest conversation: the reply address reads all of its messages.
+  const auto busiest = "'" + firstValue("select chat_identifier from chat where ROWID = (select chat_id from "
+                                        "chat_message_join group by chat_id order by count(*) desc limit 1)") + "'";
+  return {
+      {"messages(after: now-1h, limit: 500)", quarl::messagesQuery(true), plain::messages(true), {hour, "500"}},
+      {"tapbacks(afterRowId: 0, since: now-7d, limit: 500)", quarl::tapbacksQuery(true), plain::tapbacks(true),
+       {"0", week, "500"}},
+      {"tapbacks(afterRowId: newest-100, since: now-7d, limit: 500)", quarl::tapbacksQuery(true), plain::tapbacks(true),
+       {nearlyNewest, week, "500"}},
+      {"receipts(changedAfter: 0, sentSince: now-7d, limit: 2000)", quarl::receiptsQuery(true), plain::receipts(true),
+       {"0", week, "2000"}},
+      {"outboundSends(at: now-1min, limit: 50)", quarl::outboundSendsQuery(), plain::outboundSends, {minute, "50"}},
+      {"theirNewestService(busiest chat)", quarl::theirNewestServiceQuery, plain::theirNewestService, {busiest}},
+  };
+}
+
+// The statement in the sqlite3 shell on the shared snapshot; the shell's own timer measures the
+// statement alone, without its start-up or opening the file.
+void statementInSqliteShell(benchmark::State& state, std::string sql, std::vector<std::string> parameters) {
+  for (std::size_t i = parameters.size(); i > 0; --i) sql = replaced(sql, "?" + std::to_string(i), parameters[i - 1]);
+  const auto script = shellSnapshot().folder() / ("bench-" + quarl::randomHex(4) + ".sql");
+  std::ofstream(script) << ".output /dev/null\n.timer on\n" << sql << ";\n";
+  const auto database = (shellSnapshot().folder() / store().filename()).string();
   for (auto _ : state) {
     const auto command = "sqlite3 '" + database + "' < '" + script.string() + "'";
     FILE* shell = ::popen(command.c_str(), "r");
@@ -307,22 +338,60 @@ void BM_MessagesQueryInSqliteShell(benchmark::State& state) {
     char line[256];
     while (std::fgets(line, sizeof line, shell)) {
       double real = 0, user = 0, system = 0;
-      if (std::sscanf(line, "Run Time: real %lf user %lf sys %lf", &real, &user, &system) == 3) seconds += user + system;
+      if (std::sscanf(line, "Run Time: real %lf user %lf sys %lf", &real, &user, &system) == 3) seconds += real;
     }
     if (::pclose(shell) != 0) return state.SkipWithError("sqlite3 failed (is the sqlite3 package installed?)");
     state.SetIterationTime(seconds);
   }
 }
 
-// What the capture pass pays: snapshot, schema check, query and attachments.
-void BM_MessagesWhole(benchmark::State& state) {
+// What each reader costs its caller: snapshot, statement and rows. `read` gives the failure's
+// sentence, or none.
+using Read = std::function<std::optional<std::string>(const quarl::ChatDatabase&)>;
+
+template <class Result>
+std::optional<std::string> problem(const Result& result) {
+  if (result) return std::nullopt;
+  return result.error().description();
+}
+
+void readerWhole(benchmark::State& state, Read read) {
   const quarl::ChatDatabase database{store().string()};
   for (auto _ : state) {
-    auto batch = database.messages(now - 1h, 500);
-    if (!batch) return state.SkipWithError(batch.error().description().c_str());
-    benchmark::DoNotOptimize(batch);
+    if (auto failed = read(database)) return state.SkipWithError(failed->c_str());
   }
   state.counters["peakRssMB"] = peakResidentMegabytes();
+}
+
+void registerStatementsAndReaders() {
+  for (const auto& statement : statements()) {
+    benchmark::RegisterBenchmark(("shell/ours/" + statement.name).c_str(), statementInSqliteShell, statement.ours,
+                                 statement.parameters)
+        ->UseManualTime()->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(("shell/plain/" + statement.name).c_str(), statementInSqliteShell, statement.plain,
+                                 statement.parameters)
+        ->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+  }
+  using Database = quarl::ChatDatabase;
+  const auto busiest = firstValue("select chat_identifier from chat where ROWID = (select chat_id from "
+                                  "chat_message_join group by chat_id order by count(*) desc limit 1)");
+  const std::pair<const char*, Read> readers[] = {
+      {"reader/messages", [](const Database& d) { return problem(d.messages(now - 1h, 500)); }},
+      {"reader/tapbacks", [](const Database& d) { return problem(d.tapbacks(0, now - 7 * 24h, 500)); }},
+      {"reader/receipts", [](const Database& d) { return problem(d.receipts(0, now - 7 * 24h, 2000)); }},
+      {"reader/outboundSends", [](const Database& d) { return problem(d.outboundSends(now - 1min, 50)); }},
+      {"reader/replyAddress", [busiest](const Database& d) { return problem(d.replyAddress(busiest)); }},
+      // The tick's three readers on one copy, as the capture pass reads them.
+      {"reader/tickPassOnOneCopy",
+       [](const Database& d) -> std::optional<std::string> {
+         auto reading = d.reading();
+         if (!reading) return reading.error().description();
+         if (auto failed = problem(reading->messages(now - 1h, 1000))) return failed;
+         if (auto failed = problem(reading->tapbacks(0, now - 7 * 24h, 500))) return failed;
+         return problem(reading->receipts(0, now - 7 * 24h, 2000));
+       }},
+  };
+  for (const auto& [name, read] : readers) benchmark::RegisterBenchmark(name, readerWhole, read)->Unit(benchmark::kMillisecond);
 }
 
 BENCHMARK(BM_SnapshotClone)->Unit(benchmark::kMillisecond);
@@ -330,9 +399,13 @@ BENCHMARK(BM_SnapshotPlainCopy)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SnapshotCpCommand)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SnapshotTake)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MessagesQueryOnSnapshot)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_MessagesQueryInSqliteShell)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_MessagesWhole)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  registerStatementsAndReaders();
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}

@@ -30,7 +30,9 @@ StoreFingerprint::File fileFingerprint(const std::string& path) {
 }  // namespace
 
 StoreFingerprint StoreFingerprint::of(const std::string& path) {
-  return {fileFingerprint(path), fileFingerprint(path + "-wal"), fileFingerprint(path + "-shm")};
+  auto sharedMemory = fileFingerprint(path + "-shm");
+  sharedMemory.size = sharedMemory.writtenAt = 0;
+  return {fileFingerprint(path), fileFingerprint(path + "-wal"), sharedMemory};
 }
 
 std::optional<ChatDatabaseFailure> storeFileProblem(const std::string& path) {

@@ -34,11 +34,14 @@ class ChatSnapshot {
   std::optional<SqliteConnection> connection_;
 };
 
-// How the store's files stand on disk: for the main file and its "-wal" and "-shm", whether it
-// is there, which file it is (device and inode, so a replaced log counts even at the same size
-// and time), its size and when it was last written. Every write Messages makes changes one of
-// them; equal fingerprints mean nothing was written in between. Taken with a few stat calls, so
-// a pass can learn it has nothing to read without copying anything.
+// How the store's files stand on disk: for the main file and its "-wal", whether it is there,
+// which file it is (device and inode, so a replaced log counts even at the same size and time),
+// its size and when it was last written; for the "-shm", whether it is there and which file it
+// is. Every write Messages makes lands in the log or, at a checkpoint, in the main file, so equal
+// fingerprints mean nothing was written in between. The "-shm" is rewritten by every reader,
+// this companion's own look at the store included, so its size and time say nothing about
+// writes. Taken with a few stat calls, so a pass can learn it has nothing to read without
+// copying anything.
 struct StoreFingerprint {
   struct File {
     bool present = false;

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "../tests/support/FileContents.h"
 #include "../tests/support/TemporaryDirectory.h"
+#include "ChatDatabase.h"
 #include "MessagesStore.h"
 
 namespace quarl {
@@ -44,7 +47,9 @@ TEST(StoreFingerprint, ChangesWithEveryWriteAndWithAReplacedLogButNotWithReading
   const auto first = StoreFingerprint::of(path);
   EXPECT_TRUE(first.main.present && first.log.present);
   { auto snapshot = ChatSnapshot::take(path).value(); }
-  EXPECT_EQ(StoreFingerprint::of(path), first) << "a snapshot only reads";
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  ASSERT_TRUE(ChatDatabase{path}.isReadable());
+  EXPECT_EQ(StoreFingerprint::of(path), first) << "a snapshot, and a look at the store itself, only read";
 
   testing::MessagesStore writer(path, testing::MessagesSchema::tahoe, testing::MessagesStore::Opening::existing);
   writer.message({.guid = "new", .chat = chat, .text = "hi", .date = 1});

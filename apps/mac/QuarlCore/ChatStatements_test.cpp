@@ -14,6 +14,7 @@
 #include "../tests/support/TemporaryDirectory.h"
 #include "ChatQueries.h"
 #include "MessagesStore.h"
+#include "PlainStatements.h"
 
 namespace quarl {
 namespace {
@@ -21,70 +22,7 @@ namespace {
 using testing::MessagesSchema;
 using testing::MessagesStore;
 using testing::StoreIndexes;
-
-const std::string secondsOfDate = "(case when m.date > 1000000000000 then m.date / 1000000000 else m.date end)";
-const std::string tapback =
-    "(coalesce(m.associated_message_type, 0) between 2000 and 2006 or coalesce(m.associated_message_type, 0) between "
-    "3000 and 3006)";
-
-std::string plainMessages(bool hasTapbackColumn) {
-  return R"(select m.guid, c.chat_identifier, m.is_from_me, h.id as handle, m.text, m.date, c.service_name,
-       (select count(*) from chat_handle_join chj where chj.chat_id = c.ROWID) as participants,
-       m.attributedBody, c.display_name, m.ROWID
-from message m
-join chat_message_join cmj on cmj.message_id = m.ROWID
-join chat c on c.ROWID = cmj.chat_id
-left join handle h on h.ROWID = m.handle_id
-where )" + secondsOfDate + " > ?1 " + (hasTapbackColumn ? "and not " + tapback : "") + R"(
-order by m.date asc
-limit ?2)";
-}
-
-std::string plainTapbacks(bool hasEmojiColumn) {
-  return R"(select m.ROWID, m.associated_message_type, m.associated_message_guid, m.is_from_me, h.id, m.date,
-       c.service_name, )" + std::string(hasEmojiColumn ? "m.associated_message_emoji" : "null") + R"(
-from message m
-join chat_message_join cmj on cmj.message_id = m.ROWID
-join chat c on c.ROWID = cmj.chat_id
-left join handle h on h.ROWID = m.handle_id
-where m.ROWID > ?1 and )" + tapback + " and " + secondsOfDate + R"( >= ?2
-order by m.ROWID asc
-limit ?3)";
-}
-
-std::string nanoseconds(const std::string& c) {
-  return "(case when coalesce(" + c + ", 0) > 1000000000000 then " + c + " else coalesce(" + c + ", 0) * 1000000000 end)";
-}
-
-std::string plainReceipts(bool hasTapbackColumn) {
-  const auto readAt = nanoseconds("m.date_read");
-  const auto deliveredAt = "(case when m.is_delivered = 1 then " + nanoseconds("m.date_delivered") + " else 0 end)";
-  const auto changed = "max(" + readAt + ", " + deliveredAt + ")";
-  return "select m.guid, " + readAt + " as read_at, " + deliveredAt + R"( as delivered_at, c.service_name
-from message m
-join chat_message_join cmj on cmj.message_id = m.ROWID
-join chat c on c.ROWID = cmj.chat_id
-where m.is_from_me = 1 and m.service = 'iMessage' )" +
-         (hasTapbackColumn ? "and not " + tapback : "") + " and " + secondsOfDate + " >= ?2 and " + changed +
-         " > ?1 order by " + changed + " asc limit ?3";
-}
-
-const std::string plainOutboundSends = R"(select m.guid, c.chat_identifier, m.date, m.error, m.is_sent,
-       coalesce(m.text = char(65532), 0)
-from message m
-join chat_message_join cmj on cmj.message_id = m.ROWID
-join chat c on c.ROWID = cmj.chat_id
-where m.is_from_me = 1 and )" + secondsOfDate + R"( >= ?1
-order by m.date asc
-limit ?2)";
-
-const std::string plainTheirNewestService = R"(select m.service
-from message m
-join chat_message_join cmj on cmj.message_id = m.ROWID
-join chat c on c.ROWID = cmj.chat_id
-where c.chat_identifier = ?1 and m.is_from_me = 0 and m.service is not null and m.service <> ''
-order by m.date desc, m.ROWID desc
-limit 1)";
+namespace plain = testing::plain;
 
 using Value = std::variant<std::monostate, std::int64_t, double, std::string>;
 using Row = std::vector<Value>;
@@ -262,17 +200,17 @@ TEST(ChatStatements, ReturnWhatThePlainConditionsReturnOnAnyStore) {
           const auto limit = limits[static_cast<std::size_t>(percent(random)) % std::size(limits)];
           const auto seconds = randomSeconds(built);
           const auto size = static_cast<std::size_t>(limit);
-          agree(messagesQuery(tahoe), plainMessages(tahoe), {seconds, limit}, byDate, size);
-          agree(outboundSendsQuery(), plainOutboundSends, {seconds, limit}, bySendDate, size);
+          agree(messagesQuery(tahoe), plain::messages(tahoe), {seconds, limit}, byDate, size);
+          agree(outboundSendsQuery(), plain::outboundSends, {seconds, limit}, bySendDate, size);
           const std::int64_t changedAfter = percent(random) < 30 ? 0 : near(random) * 1'000'000'000;
-          agree(receiptsQuery(tahoe), plainReceipts(tahoe), {changedAfter, seconds, limit}, byChange, size);
+          agree(receiptsQuery(tahoe), plain::receipts(tahoe), {changedAfter, seconds, limit}, byChange, size);
           if (tahoe) {
             const std::int64_t afterRowId = percent(random) < 30 ? 0 : percent(random) * 3;
-            agree(tapbacksQuery(true), plainTapbacks(true), {afterRowId, seconds, limit}, byRowId, size);
+            agree(tapbacksQuery(true), plain::tapbacks(true), {afterRowId, seconds, limit}, byRowId, size);
           }
           const auto& identifier = built.chatIdentifiers[static_cast<std::size_t>(percent(random)) % 6];
           // Ties are broken by row id here, so the one row is the same whatever the plan.
-          agree(theirNewestServiceQuery, plainTheirNewestService, {identifier}, whole, SIZE_MAX);
+          agree(theirNewestServiceQuery, plain::theirNewestService, {identifier}, whole, SIZE_MAX);
         }
         sqlite3_close(db);
       }
