@@ -87,6 +87,8 @@ MessagesStore::MessagesStore(std::filesystem::path path, MessagesSchema schema, 
     : schema_(schema) {
   check(db_, sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr), "open");
   sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+  // Like Messages, a writer waits out the moment a reader holds the store, rather than failing.
+  sqlite3_busy_timeout(db_, 5000);
   exec("pragma journal_mode=wal; pragma wal_autocheckpoint=0;");
   if (opening == Opening::existing) return;
   exec(messagesSchemaSql(schema));
