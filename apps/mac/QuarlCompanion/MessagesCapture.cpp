@@ -218,7 +218,7 @@ asio::awaitable<MessagesCapture::End> MessagesCapture::capture(BrainClient& clie
       QuarlLog::say("quarl: capture could not read Messages — " + batch.error().description());
       break;
     }
-    const bool full = static_cast<int>(batch->messages.size()) + batch->skippedWithoutText >= fullPassLimit;
+    const bool full = batch->rowsRead >= fullPassLimit;
     const auto newest = batch->newestDate;
     if (batch->attachmentsUnavailable) {
       report.attachmentsUnavailable = batch->attachmentsUnavailable;
@@ -305,7 +305,7 @@ asio::awaitable<void> MessagesCapture::liveWindowPass(BrainClient& client, const
     QuarlLog::say("quarl: live pass could not read attachments at all — " + *batch->attachmentsUnavailable);
   }
   const auto newest = batch->newestDate;
-  const bool full = static_cast<int>(batch->messages.size()) + batch->skippedWithoutText >= livePassLimit;
+  const bool full = batch->rowsRead >= livePassLimit;
   PassCounts counts;
   const bool handedOver = co_await handOver(client, channels, std::move(*batch), counts, true);
   if (handedOver && !full && window.mayAdvanceCursor) caughtUpAt_ = readAt;

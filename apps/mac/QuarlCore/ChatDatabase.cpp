@@ -425,13 +425,14 @@ ChatDatabase::Result<ChatDatabase::MessageBatch> readMessages(SqliteConnection& 
   statement->bind(1, ChatDatabase::appleSeconds(after));
   statement->bind(2, static_cast<std::int64_t>(limit));
   std::vector<Message> read;
+  MessageBatch batch;
   while (statement->step()) {
+    ++batch.rowsRead;
     if (auto message = messageFrom(*statement)) read.push_back(std::move(*message));
   }
 
   std::vector<std::int64_t> rowIds;
   for (const auto& message : read) rowIds.push_back(message.rowId);
-  MessageBatch batch;
   auto files = attachmentsFor(connection, rowIds);
   if (!files) batch.attachmentsUnavailable = files.error();
   for (auto& message : read) {

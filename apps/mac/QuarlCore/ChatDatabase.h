@@ -54,6 +54,9 @@ struct ChatDatabase {
     // The date of the newest row read, skipped ones included, so a caller can move past them.
     std::optional<SystemTime> newestDate;
     int skippedWithoutText = 0;
+    // Every row the statement gave, those without a guid or a conversation too: a batch of
+    // `limit` rows may have more behind it.
+    int rowsRead = 0;
     std::optional<std::string> attachmentsUnavailable;
   };
 

@@ -79,6 +79,9 @@ TEST_F(ChatDatabaseTest, ReadsMessagesAndTapbacksOfEveryShape) {
                  .date = appleNanoseconds(now + 2s)});
   store.message({.guid = "m3", .chat = sms, .handle = cat, .text = "sms text", .date = appleNanoseconds(now + 3s), .service = "SMS"});
   store.message({.guid = "empty", .chat = direct, .handle = ann, .date = appleNanoseconds(now + 4s)});
+  const auto nameless = store.chat("nameless", "iMessage");
+  store.message({.guid = "lost", .chat = nameless, .handle = ann, .text = "lost", .date = appleNanoseconds(now + 4s)});
+  store.exec("update chat set chat_identifier = null where ROWID = " + std::to_string(nameless));
   const auto withFiles = store.message({.guid = "m5", .chat = direct, .date = appleNanoseconds(now + 5s), .isFromMe = true});
   store.attachment(withFiles, {.guid = "a1", .filename = "~/IMG_1.heic", .transferName = "IMG_1.heic", .uti = "public.heic",
                                .mimeType = "image/heic", .totalBytes = 0});
@@ -102,6 +105,7 @@ TEST_F(ChatDatabaseTest, ReadsMessagesAndTapbacksOfEveryShape) {
   ASSERT_THAT(read, ElementsAre("m1 +15550001 them/+15550001 'hello' imessage direct -",
                                 "m2 chat1234 them/bob@example.com '" + std::string(300, 'x') + "' imessage group Climbing",
                                 "m3 +15550003 them/+15550003 'sms text' sms direct -", "m5 +15550001 me/- '' imessage direct -"));
+  EXPECT_EQ(std::pair(batch.rowsRead, batch.skippedWithoutText), std::pair(6, 1)) << "a row of a conversation with no name counts as read";
   EXPECT_THAT(batch.messages[3].attachments,
               ElementsAre(Attachment{"a1", "IMG_1.heic", "image/heic", 6, std::nullopt, false, picture},
                           Attachment{"a2", "sticker.png", "image/png", 42, "sticker", true, "/x/Stickers/sticker.png"},

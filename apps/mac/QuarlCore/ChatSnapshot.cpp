@@ -3,6 +3,8 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <fstream>
+
 #include "FileClone.h"
 #include "RandomText.h"
 
@@ -27,12 +29,21 @@ StoreFingerprint::File fileFingerprint(const std::string& path) {
           static_cast<std::int64_t>(status.st_size), error ? 0 : static_cast<std::int64_t>(written.time_since_epoch().count())};
 }
 
+// Bytes 16 to 40 of the first copy of the log index's header: mxFrame, nPage, aFrameCksum and
+// aSalt. The counter before them is left out, since rebuilding the index moves it.
+std::string logIndexState(const std::string& sharedMemoryPath) {
+  std::ifstream file(sharedMemoryPath, std::ios::binary);
+  std::string header(40, '\0');
+  file.read(header.data(), static_cast<std::streamsize>(header.size()));
+  return file.gcount() == 40 ? header.substr(16) : std::string();
+}
+
 }  // namespace
 
 StoreFingerprint StoreFingerprint::of(const std::string& path) {
   auto sharedMemory = fileFingerprint(path + "-shm");
   sharedMemory.size = sharedMemory.writtenAt = 0;
-  return {fileFingerprint(path), fileFingerprint(path + "-wal"), sharedMemory};
+  return {fileFingerprint(path), fileFingerprint(path + "-wal"), sharedMemory, logIndexState(path + "-shm")};
 }
 
 std::optional<ChatDatabaseFailure> storeFileProblem(const std::string& path) {

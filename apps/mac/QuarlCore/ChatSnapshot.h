@@ -37,10 +37,10 @@ class ChatSnapshot {
 // How the store's files stand on disk: for the main file and its "-wal", whether it is there,
 // which file it is (device and inode, so a replaced log counts even at the same size and time),
 // its size and when it was last written; for the "-shm", whether it is there and which file it
-// is. Every write Messages makes lands in the log or, at a checkpoint, in the main file, so equal
-// fingerprints mean nothing was written in between. The "-shm" is rewritten by every reader,
-// this companion's own look at the store included, so its size and time say nothing about
-// writes. Taken with a few stat calls, so a pass can learn it has nothing to read without
+// is, and the log's state as its index header gives it. Every write Messages makes lands in the
+// log or, at a checkpoint, in the main file, so equal fingerprints mean nothing was written in
+// between. The "-shm" is rewritten by every reader, this companion's own look at the store
+// included, so its size and time say nothing about writes. Taken with a few stat calls, so a pass can learn it has nothing to read without
 // copying anything.
 struct StoreFingerprint {
   struct File {
@@ -51,6 +51,11 @@ struct StoreFingerprint {
     friend bool operator==(const File&, const File&) = default;
   };
   File main, log, sharedMemory;
+  // The header SQLite keeps in the "-shm" for the log as its last writer left it: the last
+  // frame, the store's size in pages, the last frame's checksum and the log's salts. It changes
+  // with every commit, even one that rewrites a reused log where a coarse clock leaves the
+  // log's size and time as they were; a reader rebuilding the index writes the same values.
+  std::string logState;
 
   static StoreFingerprint of(const std::string& path);
   friend bool operator==(const StoreFingerprint&, const StoreFingerprint&) = default;

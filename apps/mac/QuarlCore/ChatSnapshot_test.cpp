@@ -53,9 +53,18 @@ TEST(StoreFingerprint, ChangesWithEveryWriteAndWithAReplacedLogButNotWithReading
 
   testing::MessagesStore writer(path, testing::MessagesSchema::tahoe, testing::MessagesStore::Opening::existing);
   writer.message({.guid = "new", .chat = chat, .text = "hi", .date = 1});
+  EXPECT_NE(StoreFingerprint::of(path), first);
+
+  // A commit into a reused log, where a coarse clock left its size and time as they were.
+  writer.exec("pragma wal_checkpoint(restart)");
+  const auto checkpointed = StoreFingerprint::of(path);
+  const auto logTime = fs::last_write_time(path + "-wal");
+  writer.message({.guid = "reused", .chat = chat, .text = "hi", .date = 2});
+  fs::last_write_time(path + "-wal", logTime);
+  ASSERT_EQ(fs::file_size(path + "-wal"), static_cast<std::uintmax_t>(checkpointed.log.size));
+  EXPECT_NE(StoreFingerprint::of(path), checkpointed);
   writer.close();
   const auto written = StoreFingerprint::of(path);
-  EXPECT_NE(written, first);
 
   // A log swapped for another of the same size and time is another file.
   const auto log = fs::path(path + "-wal");

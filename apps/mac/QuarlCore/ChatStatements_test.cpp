@@ -63,7 +63,7 @@ std::vector<Row> rowsOf(sqlite3* db, const std::string& sql, const std::vector<P
 
 // The statements order by one key and leave the order of rows that share it to SQLite, which is
 // free to differ between two plans; so rows sharing a key are compared as a set. At the limit,
-// which rows of the last key make the cut is SQLite's choice too, so that key's rows are left out.
+// which rows of the last key make the cut is SQLite's choice too: those rows are compared apart.
 using OrderKey = std::function<Value(const Row&)>;
 
 std::vector<Row> comparable(std::vector<Row> rows, const OrderKey& key, std::size_t limit) {
@@ -82,26 +82,33 @@ std::vector<Row> comparable(std::vector<Row> rows, const OrderKey& key, std::siz
 struct RandomStore {
   std::vector<std::string> chatIdentifiers;
   std::vector<std::int64_t> secondsDates;  // the dates of the rows written in seconds
+  std::vector<std::int64_t> nanosecondRowSeconds;  // the second each row written in nanoseconds falls in
 };
 
 // Around this instant, in seconds since 2001, the random dates and parameters fall.
 constexpr std::int64_t around = 800'000'000;
 
-std::int64_t randomDate(std::mt19937& random, bool secondsRowsAreRecent) {
+// How a store mixes its units. Stores written since macOS 10.13 hold nanoseconds, with seconds
+// rows only from years before; a few stores, and the boundary values, put seconds rows among the
+// recent ones, which makes the readers fall back to their plainer bound.
+enum class Mix { secondsRowsAreOld, secondsRowsAreRecent };
+
+std::int64_t randomDate(std::mt19937& random, Mix mix) {
   std::uniform_int_distribution<int> pick(0, 19);
   std::uniform_int_distribution<std::int64_t> spread(-5000, 5000);
   std::uniform_int_distribution<std::int64_t> fraction(0, 999'999'999);
+  const bool recent = mix == Mix::secondsRowsAreRecent;
   switch (pick(random)) {
-    case 0: return 1'000'000'000'000;  // the largest value read as seconds
-    case 1: return 1'000'000'000'001;  // the smallest read as nanoseconds
+    case 0: return recent ? 1'000'000'000'000 : 0;  // the largest value read as seconds
+    case 1: return 1'000'000'000'001;                // the smallest read as nanoseconds
     case 2: return 999;
-    case 3: return 0;
-    case 4: case 5: case 6: return secondsRowsAreRecent ? around + spread(random) : around / 2 + spread(random);
+    case 3: case 4: case 5: return recent ? around + spread(random) : around / 2 + spread(random);
     default: return (around + spread(random)) * 1'000'000'000 + fraction(random);
   }
 }
 
-RandomStore build(const std::filesystem::path& path, MessagesSchema schema, StoreIndexes indexes, std::mt19937& random) {
+RandomStore build(const std::filesystem::path& path, MessagesSchema schema, StoreIndexes indexes, Mix mix,
+                  std::mt19937& random) {
   MessagesStore store(path, schema, MessagesStore::Opening::create, indexes);
   const bool tapbacks = schema == MessagesSchema::tahoe;
   std::uniform_int_distribution<int> percent(0, 99);
@@ -120,11 +127,10 @@ RandomStore build(const std::filesystem::path& path, MessagesSchema schema, Stor
     chats.push_back(store.chat(identifier, service, members));
     if (i < 6) built.chatIdentifiers.push_back(identifier);
   }
-  const bool secondsRowsAreRecent = percent(random) < 50;
   const auto optionalDate = [&]() -> std::optional<std::int64_t> {
     const int roll = percent(random);
     if (roll < 30) return std::nullopt;
-    return randomDate(random, secondsRowsAreRecent);
+    return randomDate(random, mix);
   };
   store.exec("begin");
   for (int i = 0; i < 300; ++i) {
@@ -132,7 +138,7 @@ RandomStore build(const std::filesystem::path& path, MessagesSchema schema, Stor
                             .chat = chats[static_cast<std::size_t>(percent(random) % 6)],
                             .handle = percent(random) < 20 ? 0 : handles[static_cast<std::size_t>(percent(random) % 5)],
                             .text = percent(random) < 10 ? "\xEF\xBF\xBC" : "text " + std::to_string(i),
-                            .date = randomDate(random, secondsRowsAreRecent),
+                            .date = randomDate(random, mix),
                             .isFromMe = percent(random) < 50,
                             .service = percent(random) < 75 ? "iMessage" : "SMS",
                             .dateRead = optionalDate(),
@@ -147,7 +153,11 @@ RandomStore build(const std::filesystem::path& path, MessagesSchema schema, Stor
       if (percent(random) < 30) row.associatedEmoji = "🎉";
     }
     const auto id = store.message(row);
-    if (row.date <= 1'000'000'000'000) built.secondsDates.push_back(row.date);
+    if (row.date <= 1'000'000'000'000) {
+      built.secondsDates.push_back(row.date);
+    } else {
+      built.nanosecondRowSeconds.push_back(row.date / 1'000'000'000);
+    }
     const int joins = percent(random);
     if (joins < 8) store.exec("delete from chat_message_join where message_id = " + std::to_string(id));
     if (joins >= 92) {
@@ -165,12 +175,15 @@ TEST(ChatStatements, ReturnWhatThePlainConditionsReturnOnAnyStore) {
   std::uniform_int_distribution<std::int64_t> near(around - 6000, around + 6000);
   std::uniform_int_distribution<int> percent(0, 99);
   const std::int64_t limits[] = {1, 3, 40, 1000};
-  // Parameters on the boundaries: the date of a row in seconds, where "at or after" and "after" part.
+  // Parameters on the boundaries: the date of a row in seconds, or the second a nanosecond row
+  // falls in, where "at or after" and "after" part.
   const auto randomSeconds = [&](const RandomStore& store) -> std::int64_t {
+    const auto any = [&](const std::vector<std::int64_t>& values) { return values[static_cast<std::size_t>(random() % values.size())]; };
     const int roll = percent(random);
     if (roll < 5) return 999;
     if (roll < 10) return 1000;
-    if (roll < 35) return store.secondsDates[static_cast<std::size_t>(percent(random)) % store.secondsDates.size()];
+    if (roll < 30) return any(store.secondsDates);
+    if (roll < 55) return any(store.nanosecondRowSeconds);
     return near(random);
   };
   const OrderKey byDate = [](const Row& row) { return row[5]; };
@@ -179,44 +192,70 @@ TEST(ChatStatements, ReturnWhatThePlainConditionsReturnOnAnyStore) {
   const OrderKey byChange = [](const Row& row) { return std::max(row[1], row[2]); };
   const OrderKey whole = [](const Row& row) { return Value(std::to_string(row.size())); };
 
-  int compared = 0, nonEmpty = 0;
+  int compared = 0, nonEmpty = 0, onTheNanosecondBound = 0;
   for (const auto schema : {MessagesSchema::tahoe, MessagesSchema::elCapitan}) {
     for (const auto indexes : {StoreIndexes::apple, StoreIndexes::none}) {
-      for (int store = 0; store < 4; ++store) {
+      for (const auto mix : {Mix::secondsRowsAreOld, Mix::secondsRowsAreRecent, Mix::secondsRowsAreOld}) {
         testing::TemporaryDirectory folder;
         const auto path = folder.path() / "chat.db";
-        const auto built = build(path, schema, indexes, random);
+        const auto built = build(path, schema, indexes, mix, random);
         sqlite3* db = nullptr;
         ASSERT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
+        EXPECT_EQ(rowsOf(db, "select count(*) from sqlite_master where name = 'message_idx_date'", {}),
+                  std::vector<Row>{{std::int64_t(indexes == StoreIndexes::apple)}});
         const bool tahoe = schema == MessagesSchema::tahoe;
-        const auto agree = [&](const std::string& ours, const std::string& plain, const std::vector<Parameter>& parameters,
-                               const OrderKey& key, std::size_t limit) {
+        // Our statement and the plain one give the same rows; at a limit, ours end with rows the
+        // plain statement has under the last key. The number of rows compared.
+        const auto agree = [&](const std::string& ours, const std::string& plain, std::vector<Parameter> parameters,
+                               const OrderKey& key, bool limited) {
           const auto expected = rowsOf(db, plain, parameters);
-          EXPECT_EQ(comparable(rowsOf(db, ours, parameters), key, limit), comparable(expected, key, limit)) << ours;
+          const auto actual = rowsOf(db, ours, parameters);
+          const auto limit = limited ? static_cast<std::size_t>(std::get<std::int64_t>(parameters.back())) : SIZE_MAX;
+          const auto keysOf = [&](const std::vector<Row>& rows) {
+            std::vector<Value> keys;
+            for (const auto& row : rows) keys.push_back(key(row));
+            return keys;
+          };
+          EXPECT_EQ(keysOf(actual), keysOf(expected)) << ours;
+          EXPECT_EQ(comparable(actual, key, limit), comparable(expected, key, limit)) << ours;
+          if (actual.size() == limit) {
+            parameters.back() = std::int64_t{1'000'000};
+            const auto all = rowsOf(db, plain, parameters);
+            for (const auto& row : actual) {
+              if (key(row) == key(actual.back())) {
+                EXPECT_NE(std::find(all.begin(), all.end(), row), all.end()) << ours;
+              }
+            }
+          }
           ++compared;
-          nonEmpty += !expected.empty();
+          nonEmpty += !actual.empty();
+          return expected.size();
         };
         for (int trial = 0; trial < 25; ++trial) {
           const auto limit = limits[static_cast<std::size_t>(percent(random)) % std::size(limits)];
           const auto seconds = randomSeconds(built);
-          const auto size = static_cast<std::size_t>(limit);
-          agree(messagesQuery(tahoe), plain::messages(tahoe), {seconds, limit}, byDate, size);
-          agree(outboundSendsQuery(), plain::outboundSends, {seconds, limit}, bySendDate, size);
+          const auto messages = agree(messagesQuery(tahoe), plain::messages(tahoe), {seconds, limit}, byDate, true);
+          // Where no seconds row is as late as the parameter, the readers seek the scaled bound.
+          const bool scaled = std::none_of(built.secondsDates.begin(), built.secondsDates.end(),
+                                           [&](std::int64_t date) { return date >= seconds; });
+          onTheNanosecondBound += scaled && messages > 0;
+          agree(outboundSendsQuery(), plain::outboundSends, {seconds, limit}, bySendDate, true);
           const std::int64_t changedAfter = percent(random) < 30 ? 0 : near(random) * 1'000'000'000;
-          agree(receiptsQuery(tahoe), plain::receipts(tahoe), {changedAfter, seconds, limit}, byChange, size);
+          agree(receiptsQuery(tahoe), plain::receipts(tahoe), {changedAfter, seconds, limit}, byChange, true);
           if (tahoe) {
             const std::int64_t afterRowId = percent(random) < 30 ? 0 : percent(random) * 3;
-            agree(tapbacksQuery(true), plain::tapbacks(true), {afterRowId, seconds, limit}, byRowId, size);
+            agree(tapbacksQuery(true), plain::tapbacks(true), {afterRowId, seconds, limit}, byRowId, true);
           }
           const auto& identifier = built.chatIdentifiers[static_cast<std::size_t>(percent(random)) % 6];
           // Ties are broken by row id here, so the one row is the same whatever the plan.
-          agree(theirNewestServiceQuery, plain::theirNewestService, {identifier}, whole, SIZE_MAX);
+          agree(theirNewestServiceQuery, plain::theirNewestService, {identifier}, whole, false);
         }
         sqlite3_close(db);
       }
     }
   }
   EXPECT_GT(nonEmpty, compared / 2) << "most comparisons must have rows to compare";
+  EXPECT_GT(onTheNanosecondBound, 20) << "the bound real stores take must be compared with rows";
 }
 
 }  // namespace

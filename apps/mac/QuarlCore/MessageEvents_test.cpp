@@ -104,6 +104,11 @@ TEST(MessageEventsPass, SendsInBatchesRecordsOnlyWhatWasTakenAndRoutesByChannel)
   const auto heldReceipt = testing::runAwaitable(
       io, MessageEventsPass(0, ReceiptLedger{}).run({}, lateReceipts, {"ch-imessage", "ch-sms"}, now, std::bind_front(postTo, &third)));
   EXPECT_TRUE(heldReceipt.leftForLater);
+  ChatDatabase::TapbackReadout full;
+  for (int row = 1; row <= MessageEventsPass::tapbackLimit; ++row) full.rows.push_back(tapback(row, now - 1min));
+  const auto more = testing::runAwaitable(
+      io, MessageEventsPass(0, ReceiptLedger{}).run(full, {}, {"ch-imessage", "ch-sms"}, now, std::bind_front(postTo, &third)));
+  EXPECT_TRUE(more.leftForLater) << "a full readout has more behind it";
   third.batches.clear();
   testing::runAwaitable(io, waiting.run(late, lateReceipts, {"ch-imessage", "ch-sms"}, now, std::bind_front(postTo, &third)));
   EXPECT_THAT(third.batches, ElementsAre("ch-imessage:2")) << "reaction 30 and receipt K";

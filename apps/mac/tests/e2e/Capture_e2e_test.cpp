@@ -179,16 +179,23 @@ TEST_F(MessagesCaptureAgainstDevBrain, AStoreNothingWroteToIsNotReadAgainWhileNo
       return line.starts_with("quarl: capture could not read Messages") || line.starts_with("quarl: live pass failed");
     });
   };
-  testing::TemporaryDirectory noTemporaryFolder;
-  const auto notAFolder = noTemporaryFolder.path() / "file";
-  std::ofstream(notAFolder) << "x";
-  const char* temporary = std::getenv("TMPDIR");
-  const std::string restored = temporary ? temporary : "";
-  const auto copies = [&](bool possible) {
-    if (possible && restored.empty()) ::unsetenv("TMPDIR");
-    if (possible && !restored.empty()) ::setenv("TMPDIR", restored.c_str(), 1);
-    if (!possible) ::setenv("TMPDIR", notAFolder.c_str(), 1);
-  };
+  // Snapshots go to TMPDIR; pointed at a file, none can be made. Put back however the test ends.
+  struct Copies {
+    Copies() {
+      std::ofstream(notAFolder) << "x";
+      if (const char* set = std::getenv("TMPDIR")) before = set;
+    }
+    ~Copies() { possible(true); }
+    void possible(bool yes) const {
+      if (!yes) ::setenv("TMPDIR", notAFolder.c_str(), 1);
+      if (yes && before) ::setenv("TMPDIR", before->c_str(), 1);
+      if (yes && !before) ::unsetenv("TMPDIR");
+    }
+    testing::TemporaryDirectory folder;
+    fs::path notAFolder = folder.path() / "file";
+    std::optional<std::string> before;
+  } copy;
+  const auto copies = [&](bool possible) { copy.possible(possible); };
 
   const auto reactionAt = now_ + 3s;
   add({{.guid = "m1", .chat = 1, .handle = 1, .text = "one", .date = ago(10min)},
@@ -222,7 +229,6 @@ TEST_F(MessagesCaptureAgainstDevBrain, AStoreNothingWroteToIsNotReadAgainWhileNo
   copies(false);
   capture(channels_);
   EXPECT_EQ(failures(), 3) << "the SMS channel came back: what was left for it may be read now";
-  copies(true);
 }
 
 TEST_F(CaptureAgainstDevBrain, AStoreReachesTheServiceAsTheWireRulesSayAndOnlyOnce) {
