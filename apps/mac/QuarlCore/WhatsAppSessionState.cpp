@@ -1,0 +1,67 @@
+#include "WhatsAppSessionState.h"
+
+#include <boost/json/parse.hpp>
+
+namespace quarl::WhatsAppWeb {
+namespace json = boost::json;
+
+namespace {
+
+constexpr std::string_view evictedSentence =
+    "WhatsApp Web is open somewhere else — it allows one web session at a time. Close WhatsApp in your browser and "
+    "Quarl takes it back.";
+constexpr std::string_view unreadableSentence = "the page returned nothing this build could read";
+
+std::string stringField(const json::object& answer, std::string_view key) {
+  const auto* value = answer.if_contains(key);
+  return value && value->is_string() ? std::string(value->as_string()) : std::string();
+}
+
+}  // namespace
+
+std::string describe(const SessionState& state) {
+  switch (state.kind) {
+    case SessionState::Kind::needsLink: return "needsLink (waiting for a phone to scan the code)";
+    case SessionState::Kind::linked: return "linked";
+    case SessionState::Kind::syncing: return "syncing (WhatsApp is downloading this account's messages)";
+    case SessionState::Kind::unrecognised: return "unrecognised — " + state.whatWasThere;
+  }
+  return {};
+}
+
+bool isSettled(const SessionState& state) { return state.kind == SessionState::Kind::linked; }
+
+bool shouldRenavigate(const SessionState& lastObservation, std::chrono::duration<double> sinceNavigation) {
+  return lastObservation.kind == SessionState::Kind::unrecognised && sinceNavigation >= renavigateAfter;
+}
+
+bool shouldAdvertise(const std::optional<SessionState>& settled, bool hostsLinkedSession) {
+  if (!settled) return hostsLinkedSession;
+  if (settled->kind == SessionState::Kind::linked) return true;
+  if (settled->kind == SessionState::Kind::needsLink) return false;
+  return hostsLinkedSession;
+}
+
+bool hostsSessionAfter(const SessionState& observing, bool previously) {
+  if (observing.kind == SessionState::Kind::linked) return true;
+  if (observing.kind == SessionState::Kind::needsLink) return false;
+  return previously;
+}
+
+SessionState readSessionState(std::string_view answer) {
+  boost::system::error_code error;
+  const auto parsed = json::parse(answer, error);
+  const auto* object = error ? nullptr : parsed.if_object();
+  const auto* state = object ? object->if_contains("state") : nullptr;
+  if (!state || !state->is_string()) return SessionState::unrecognised(std::string(unreadableSentence));
+  const std::string_view name = state->as_string();
+  if (name == "linked") return SessionState::linked();
+  if (name == "needsLink") return SessionState::needsLink();
+  if (name == "syncing") return SessionState::syncing();
+  if (name == "evicted") return SessionState::unrecognised(std::string(evictedSentence));
+  const auto title = stringField(*object, "title");
+  return SessionState::unrecognised("title=" + (title.empty() ? std::string("(none)") : title) + " — " +
+                                    stringField(*object, "sample"));
+}
+
+}  // namespace quarl::WhatsAppWeb
