@@ -298,6 +298,12 @@ std::string firstValue(const std::string& sql) {
   return statement->step() ? statement->text(0).value_or("") : std::string();
 }
 
+// The busiest conversation: the reply address reads all of its messages.
+std::string busiestChat() {
+  return firstValue("select chat_identifier from chat where ROWID = (select chat_id from chat_message_join "
+                    "group by chat_id order by count(*) desc limit 1)");
+}
+
 // A store statement with the parameters the companion gives it, in its two forms.
 struct Statement {
   std::string name;
@@ -310,9 +316,7 @@ std::vector<Statement> statements() {
   const auto seconds = [](quarl::SystemTime at) { return std::to_string(quarl::ChatDatabase::appleSeconds(at)); };
   const auto hour = seconds(now - 1h), week = seconds(now - 7 * 24h), minute = seconds(now - 1min);
   const auto nearlyNewest = std::to_string(std::stoll(firstValue("select max(ROWID) from message")) - 100);
-  // The busiest conversation: the reply address reads all of its messages.
-  const auto busiest = "'" + firstValue("select chat_identifier from chat where ROWID = (select chat_id from "
-                                        "chat_message_join group by chat_id order by count(*) desc limit 1)") + "'";
+  const auto busiest = "'" + busiestChat() + "'";
   return {
       {"messages(after: now-1h, limit: 500)", quarl::messagesQuery(true), plain::messages(true), {hour, "500"}},
       {"tapbacks(afterRowId: 0, since: now-7d, limit: 500)", quarl::tapbacksQuery(true), plain::tapbacks(true),
@@ -376,8 +380,7 @@ void registerStatementsAndReaders() {
         ->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
   }
   using Database = quarl::ChatDatabase;
-  const auto busiest = firstValue("select chat_identifier from chat where ROWID = (select chat_id from "
-                                  "chat_message_join group by chat_id order by count(*) desc limit 1)");
+  const auto busiest = busiestChat();
   const std::pair<const char*, Read> readers[] = {
       {"reader/messages", [](const Database& d) { return problem(d.messages(now - 1h, 500)); }},
       {"reader/tapbacks", [](const Database& d) { return problem(d.tapbacks(0, now - 7 * 24h, 500)); }},

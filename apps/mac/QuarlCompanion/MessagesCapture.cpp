@@ -41,9 +41,11 @@ asio::awaitable<Opened> openReading(std::string path) {
   co_return opened;
 }
 
-asio::awaitable<Batch> readMessages(std::shared_ptr<ChatDatabase::Reading> reading, SystemTime after, int limit) {
+// The messages of a copy, or why there is no copy to read.
+asio::awaitable<Batch> readMessages(Opened opened, SystemTime after, int limit) {
+  if (!opened) co_return opened.error();
   Batch batch = ChatDatabase::Failure::query("the store was not read");
-  co_await runOnWorker([&] { batch = reading->messages(after, limit); });
+  co_await runOnWorker([&] { batch = (*opened)->messages(after, limit); });
   co_return batch;
 }
 
@@ -210,9 +212,7 @@ asio::awaitable<MessagesCapture::End> MessagesCapture::capture(BrainClient& clie
   auto opened = co_await openReading(storePath_);
   for (;;) {
     const auto readAt = clock_->now();
-    // Not a co_await inside a conditional expression: GCC 12 mishandles those.
-    Batch batch = opened.has_error() ? Batch(opened.error()) : Batch(ChatDatabase::MessageBatch{});
-    if (opened) batch = co_await readMessages(*opened, cursor.lastMessageDate, fullPassLimit);
+    auto batch = co_await readMessages(opened, cursor.lastMessageDate, fullPassLimit);
     if (!batch) {
       counts.failure = ChatDatabaseCaptureReport::kindOf(batch.error());
       QuarlLog::say("quarl: capture could not read Messages — " + batch.error().description());
@@ -292,11 +292,8 @@ asio::awaitable<void> MessagesCapture::liveWindowPass(BrainClient& client, const
   const auto readAt = clock_->now();
   const auto window = cursor.liveWindow(readAt, liveSpan);
   auto opened = co_await openReading(storePath_);
-  Batch batch = opened.has_error() ? Batch(opened.error()) : Batch(ChatDatabase::MessageBatch{});
-  if (opened) {
-    batch = co_await readMessages(*opened, window.since, livePassLimit);
-    co_await closeReading(std::move(*opened));
-  }
+  auto batch = co_await readMessages(opened, window.since, livePassLimit);
+  if (opened) co_await closeReading(std::move(*opened));
   if (!batch) {
     QuarlLog::say("quarl: live pass failed: " + batch.error().description());
     co_return;

@@ -520,14 +520,10 @@ ChatDatabase::Result<std::optional<std::string>> ChatDatabase::Reading::conversa
 }
 
 ChatDatabase::Result<ChatDatabase::ReplyAddress> ChatDatabase::Reading::replyAddress(std::string_view chatIdentifier) {
-  auto& connection = snapshot_->connection();
-  ReplyAddress address;
-  auto guid = connection.prepare(conversationGuidSql);
-  if (!guid) return Failure::query(guid.error());
-  guid->bind(1, chatIdentifier);
-  if (guid->step()) address.guid = nonEmpty(guid->text(0));
-
-  auto service = connection.prepare(theirNewestServiceQuery);
+  auto guid = conversationGuid(chatIdentifier);
+  if (!guid) return guid.error();
+  ReplyAddress address{std::move(*guid), std::nullopt};
+  auto service = snapshot_->connection().prepare(theirNewestServiceQuery);
   if (!service) return Failure::query(service.error());
   service->bind(1, chatIdentifier);
   if (service->step()) address.theirNewestService = nonEmpty(service->text(0));

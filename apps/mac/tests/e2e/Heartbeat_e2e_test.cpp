@@ -8,6 +8,7 @@
 #include "../support/FakeCompanionHost.h"
 #include "../support/MemorySettingsStore.h"
 #include "../support/MessagesStore.h"
+#include "../support/SignedInCompanion.h"
 #include "Companion.h"
 #include "SettingsKeys.h"
 #include "platform/linux/Keychain_linux.h"
@@ -24,15 +25,7 @@ using ::testing::HasSubstr;
 class HeartbeatAgainstDevBrain : public ::testing::Test {
  protected:
   HeartbeatAgainstDevBrain() : admin_(brain_) {
-    defaults_->write(keys::apiURL, json::value(brain_.baseURL()));
-    const auto issued = admin_.post("/admin/devices");
-    defaults_->write(keys::deviceId, issued.at("deviceId"));
-    keychain_->write(keys::accessTokenAccount, issued.at("accessToken").as_string());
-    keychain_->write(keys::refreshTokenAccount, issued.at("refreshToken").as_string());
-    host_->reading = {true, std::nullopt};
-    companion_ = Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_,
-                                                  std::make_shared<BeastHttpTransport>(io_.get_executor()), host_,
-                                                  ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, storePath_.string()});
+    companion_ = testing::signedInCompanion(brain_, admin_, io_, clock_, defaults_, keychain_, host_, storePath_.string());
   }
   ~HeartbeatAgainstDevBrain() override { QuarlLog::install(nullptr); }
 

@@ -14,6 +14,7 @@
 #include "../support/ManualClock.h"
 #include "../support/MemorySettingsStore.h"
 #include "../support/MessagesStore.h"
+#include "../support/SignedInCompanion.h"
 #include "../support/TemporaryDirectory.h"
 #include "Base64.h"
 #include "Companion.h"
@@ -148,15 +149,7 @@ class RelayPassOnAManualClock : public ::testing::Test {
     ::setenv("QUARL_OSASCRIPT", QUARL_STANDIN_PATH, 1);
     ::setenv("QUARL_STANDIN_STORE", storePath().c_str(), 1);
     ::setenv("QUARL_STANDIN_MODE", "unsent", 1);
-    defaults_->write(keys::apiURL, json::value(brain_.baseURL()));
-    const auto issued = admin_.post("/admin/devices");
-    defaults_->write(keys::deviceId, issued.at("deviceId"));
-    keychain_->write(keys::accessTokenAccount, issued.at("accessToken").as_string());
-    keychain_->write(keys::refreshTokenAccount, issued.at("refreshToken").as_string());
-    host_->reading = {true, std::nullopt};
-    companion_ = Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_,
-                                                  std::make_shared<BeastHttpTransport>(io_.get_executor()), host_,
-                                                  ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, storePath()});
+    companion_ = testing::signedInCompanion(brain_, admin_, io_, clock_, defaults_, keychain_, host_, storePath());
   }
   ~RelayPassOnAManualClock() override {
     for (const char* name : {"QUARL_OSASCRIPT", "QUARL_STANDIN_STORE", "QUARL_STANDIN_MODE"}) ::unsetenv(name);
