@@ -158,9 +158,10 @@ std::optional<json::object> OperatorDesk::takeQueued() {
   queue_.pop_front();
   const std::string runId(next.at("runId").as_string());
   if (next.at("kind") == "step") {
-    liveRunId_ = runId;
+    // A run the Mac reported stopped stays over: a late step of it does not make it live again.
+    if (!wasStopped(runId)) liveRunId_ = runId;
     handedRuns_.insert(runId);
-    next["liveRunId"] = runId;
+    if (liveRunId_) next["liveRunId"] = *liveRunId_;
   } else if (liveRunId_ == runId) {
     liveRunId_.reset();
   }
@@ -182,11 +183,16 @@ Answer OperatorDesk::result(const std::string& stepId, const json::object& body)
   return jsonAnswer(200, json::object{{"accepted", true}});
 }
 
+bool OperatorDesk::wasStopped(const std::string& runId) const {
+  for (const auto& stop : stops_) {
+    if (stop.at("runId") == runId.c_str()) return true;
+  }
+  return false;
+}
+
 Answer OperatorDesk::stopped(const std::string& runId, const json::object& body) {
   if (!handedRuns_.contains(runId)) return problem(404, "not_found", "No run " + runId + " reached this Mac.");
-  for (const auto& stop : stops_) {
-    if (stop.at("runId") == runId.c_str()) return problem(409, "already_stopped", "Run " + runId + " was already stopped.");
-  }
+  if (wasStopped(runId)) return problem(409, "already_stopped", "Run " + runId + " was already stopped.");
   stops_.push_back(json::object{{"runId", runId}, {"by", body.at("by")}});
   if (liveRunId_ == runId) liveRunId_.reset();
   return jsonAnswer(200, json::object{});

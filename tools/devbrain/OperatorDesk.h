@@ -60,6 +60,7 @@ class OperatorDesk {
   boost::json::object idle() const;
   Answer result(const std::string& stepId, const boost::json::object& body);
   Answer stopped(const std::string& runId, const boost::json::object& body);
+  bool wasStopped(const std::string& runId) const;
   Answer queueStep(const boost::json::object& body);
   Answer queueStop(const boost::json::object& body);
   Answer takeChunk(const std::string& stepId, const std::map<std::string, std::string>& headers, const std::string& bytes);
