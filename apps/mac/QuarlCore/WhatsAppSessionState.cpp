@@ -2,6 +2,8 @@
 
 #include <boost/json/parse.hpp>
 
+#include "WhatsAppAnswerFields.h"
+
 namespace quarl::WhatsAppWeb {
 namespace json = boost::json;
 
@@ -11,11 +13,6 @@ constexpr std::string_view evictedSentence =
     "WhatsApp Web is open somewhere else — it allows one web session at a time. Close WhatsApp in your browser and "
     "Quarl takes it back.";
 constexpr std::string_view unreadableSentence = "the page returned nothing this build could read";
-
-std::string stringField(const json::object& answer, std::string_view key) {
-  const auto* value = answer.if_contains(key);
-  return value && value->is_string() ? std::string(value->as_string()) : std::string();
-}
 
 }  // namespace
 
@@ -59,9 +56,9 @@ SessionState readSessionState(std::string_view answer) {
   if (name == "needsLink") return SessionState::needsLink();
   if (name == "syncing") return SessionState::syncing();
   if (name == "evicted") return SessionState::unrecognised(std::string(evictedSentence));
-  const auto title = stringField(*object, "title");
+  const auto title = stringOf(*object, "title").value_or("");
   return SessionState::unrecognised("title=" + (title.empty() ? std::string("(none)") : title) + " — " +
-                                    stringField(*object, "sample"));
+                                    stringOf(*object, "sample").value_or(""));
 }
 
 }  // namespace quarl::WhatsAppWeb
