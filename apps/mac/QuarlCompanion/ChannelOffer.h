@@ -4,13 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "WhatsAppSessionState.h"
+
 namespace quarl {
 
-// What the hosted WhatsApp Web page has settled on.
-struct WhatsAppSettledState {
-  enum class Kind { linked, showingQrCode, downloading, notKnown, notReadable };
-  Kind kind;
-  std::string detail;  // for notReadable: what was last seen
+// What a tick knows of the hosted WhatsApp page.
+struct WhatsAppStanding {
+  std::optional<WhatsAppWeb::SessionState> settled;  // none: nothing has answered since the navigation
+  std::optional<std::string> unavailable;            // why this computer cannot host the page
 };
 
 // The channels this Mac offers at one tick, and what the tick should say about WhatsApp.
@@ -22,11 +23,10 @@ struct ChannelOffer {
   std::optional<std::string> whatsappBlockedReason;
 };
 
-// Decides the channel list of a tick. `whatsapp` is none when this Mac hosts no WhatsApp page
-// at all; then WhatsApp is simply not offered and nothing is said about it. A Mac that has
+// Decides the channel list of a tick. `whatsapp` is none while the owner has not switched
+// WhatsApp on; then it is simply not offered and nothing is said about it. A Mac that has
 // hosted a linked session (`hostsSession`) keeps offering WhatsApp through every state but the
 // QR code, because a heartbeat that leaves the channel out suspends it on the service.
-ChannelOffer offeredChannels(bool canReadMessages, const std::optional<WhatsAppSettledState>& whatsapp,
-                             bool hostsSession);
+ChannelOffer offeredChannels(bool canReadMessages, const std::optional<WhatsAppStanding>& whatsapp, bool hostsSession);
 
 }  // namespace quarl

@@ -9,6 +9,7 @@
 #include "QuarlLog.h"
 #include "RandomText.h"
 #include "SettingsKeys.h"
+#include "WhatsAppScripts.h"
 
 namespace quarl {
 namespace asio = boost::asio;
@@ -41,7 +42,8 @@ Companion::Companion(CompanionParts parts)
     : parts_(std::move(parts)),
       settings_(CompanionSettings::load(*parts_.defaults)),
       messagesCapture_(parts_.clock, parts_.defaults, parts_.host, parts_.messagesStore),
-      messagesRelay_(parts_.clock, parts_.messagesStore, sendLedger_, parts_.defaults) {
+      messagesRelay_(parts_.clock, parts_.messagesStore, sendLedger_, parts_.defaults),
+      whatsapp_(WhatsAppSession::create(parts_.executor, parts_.clock, parts_.defaults, parts_.whatsappPage)) {
   messagesCapture_.setOwnSends(std::make_shared<LedgerOwnSends>(sendLedger_));
   loadCredentials();
 }
@@ -173,14 +175,16 @@ asio::awaitable<void> Companion::guardedTick() {
 asio::awaitable<void> Companion::runTick() {
   ++ticksRun_;
   co_await refreshPermissionsNow();
-  offerChannels();
+  co_await offerChannels();
   co_await heartbeat();
   co_await guardedRelayPass();
   // Named, not compared inside the condition: GCC 12 miscompiles a co_await there.
   const auto captured = co_await capture();
   if (captured == MessagesCapture::End::sessionGone) {
     QuarlLog::say("quarl: this Mac's session with Quarl is gone — the rest of this tick is skipped");
+    co_return;
   }
+  co_await captureWhatsApp();
 }
 
 asio::awaitable<void> Companion::guardedRelayPass() {
@@ -201,15 +205,53 @@ asio::awaitable<void> Companion::refreshPermissionsNow() {
   }
 }
 
-void Companion::offerChannels() {
+asio::awaitable<void> Companion::offerChannels() {
+  std::optional<WhatsAppStanding> whatsapp;
+  if (whatsapp_->isEnabled()) {
+    auto settled = co_await whatsapp_->settledStateIfKnown();
+    if (settled) state_.whatsappLinked = WhatsAppWeb::hostsSessionAfter(*settled, state_.whatsappLinked);
+    whatsapp = WhatsAppStanding{std::move(settled), whatsapp_->unavailableReason()};
+  }
   const bool hostsSession = parts_.defaults->boolean(keys::whatsappHostsSession).value_or(false);
-  const auto offer = offeredChannels(state_.canReadMessages, parts_.host->whatsappState(), hostsSession);
+  const auto offer = offeredChannels(state_.canReadMessages, whatsapp, hostsSession);
   if (offer.logLine) QuarlLog::say(*offer.logLine);
   if (offer.whatsappBlockedReason && !state_.blockedReason) state_.blockedReason = offer.whatsappBlockedReason;
   state_.enabledChannels = offer.channels;
 }
 
-// The WhatsApp capture pass joins the tick when it is built.
+// Loads the page on the first tick after the owner switched WhatsApp on, and reads what it
+// shows, so that the next tick offers the channel by a fresh answer. Reading the page's
+// conversations joins this stage when it is built.
+asio::awaitable<void> Companion::captureWhatsApp() {
+  if (!whatsapp_->isEnabled()) co_return;
+  co_await whatsapp_->load();
+  if (whatsapp_->unavailableReason()) co_return;
+  co_await whatsapp_->refreshState();
+}
+
+asio::awaitable<WhatsAppWeb::SessionState> Companion::linkWhatsApp(std::chrono::seconds bound,
+                                                                   std::function<void(const std::string&)> codeShown) {
+  co_await whatsapp_->showForLinking();
+  const auto deadline = parts_.clock->now() + bound;
+  std::string shown;
+  auto state = co_await whatsapp_->refreshState();
+  while (!WhatsAppWeb::isSettled(state) && !whatsapp_->unavailableReason() && parts_.clock->now() < deadline) {
+    if (state.kind == WhatsAppWeb::SessionState::Kind::needsLink) {
+      std::string script(WhatsAppWeb::linkCodeScript());
+      const auto code = co_await whatsapp_->evaluate(std::move(script));
+      if (code && !code->empty() && *code != shown) {
+        shown = *code;
+        codeShown(shown);
+      }
+    }
+    co_await parts_.clock->sleep(WhatsAppWeb::settlePollInterval);
+    state = co_await whatsapp_->refreshState();
+  }
+  if (WhatsAppWeb::isSettled(state)) state_.whatsappLinked = true;
+  co_await whatsapp_->endLinking();
+  co_return state;
+}
+
 asio::awaitable<void> Companion::runRelayJobs() {
   auto brain = client();
   if (!brain) co_return;

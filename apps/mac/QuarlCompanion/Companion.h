@@ -16,7 +16,9 @@
 #include "platform/CompanionHost.h"
 #include "platform/Keychain.h"
 #include "SettingsStore.h"
+#include "WhatsAppSession.h"
 #include "platform/StoreWatcher.h"
+#include "platform/WhatsAppPage.h"
 
 namespace quarl {
 
@@ -32,6 +34,7 @@ struct CompanionParts {
   std::string messagesStore;  // the Messages store's path, ChatDatabase::defaultPath() on a Mac
   std::shared_ptr<StoreWatcher> storeWatcher = nullptr;  // none: the live pass runs on its timer only
   std::optional<OperatorParts> operatorParts = std::nullopt;  // none: this host never operates the Mac
+  std::shared_ptr<WhatsAppPage> whatsappPage = nullptr;       // none: this host cannot hold WhatsApp Web
 };
 
 // The one long-lived object of the companion: it owns the settings and state, runs the three
@@ -78,6 +81,13 @@ class Companion : public std::enable_shared_from_this<Companion> {
   // Quitting: the live run ends with "quit", and its report gets up to `bound` to go out.
   boost::asio::awaitable<void> finishOperating(std::chrono::milliseconds bound);
 
+  // The menu's "Link WhatsApp…": shows the page with its QR code until a phone has linked it,
+  // or until `bound` has passed; then parks the page again. `codeShown` is told each QR payload
+  // the page shows, the first and every rotation. The page's state at the end.
+  boost::asio::awaitable<WhatsAppWeb::SessionState> linkWhatsApp(std::chrono::seconds bound,
+                                                                 std::function<void(const std::string&)> codeShown);
+  WhatsAppSession& whatsapp() { return *whatsapp_; }
+
   const CompanionState& state() const { return state_; }
   const CompanionSettings& settings() const { return settings_; }
   // The user code of the pairing under way, for the sign-in page; none otherwise.
@@ -93,7 +103,9 @@ class Companion : public std::enable_shared_from_this<Companion> {
   void makeOperatorLink();
   boost::asio::awaitable<void> runTick();
   boost::asio::awaitable<void> refreshPermissionsNow();
-  void offerChannels();
+  boost::asio::awaitable<void> offerChannels();
+  // The tick's WhatsApp stage: for now, reading what the page shows.
+  boost::asio::awaitable<void> captureWhatsApp();
   boost::asio::awaitable<void> runRelayJobs();
   boost::asio::awaitable<void> runLiveTick();
   void applyHeartbeat(const HeartbeatResponse& answer, const std::vector<std::string>& advertised);
@@ -119,6 +131,7 @@ class Companion : public std::enable_shared_from_this<Companion> {
   MessagesRelay messagesRelay_;
   std::shared_ptr<BrainClient> client_;
   std::shared_ptr<OperatorLink> operatorLink_;
+  std::shared_ptr<WhatsAppSession> whatsapp_;
   MessagesStoreReading storeReading_;
   std::optional<std::string> badgeLabel_;
   std::optional<std::string> pairingCode_;

@@ -36,6 +36,7 @@ struct CompanionState {
   std::optional<SystemTime> lastCaptureAt;
   std::int64_t skippedWithoutText = 0;
   std::vector<std::string> unconnectedChannels;
+  bool whatsappLinked = false;  // the hosted WhatsApp Web page is linked to the owner's phone
 
   // The channels the heartbeat advertises: every enabled channel while signed in and able to
   // read Messages, else none. WhatsApp is thereby advertised only while Messages is readable.

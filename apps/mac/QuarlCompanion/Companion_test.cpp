@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <boost/asio/detached.hpp>
+#include <boost/asio/use_future.hpp>
 #include <gmock/gmock.h>
 
 #include "../tests/support/CapturingLogSink.h"
 #include "../tests/support/FakeCompanionHost.h"
+#include "../tests/support/FakeWhatsAppPage.h"
 #include "../tests/support/ManualClock.h"
 #include "../tests/support/MemorySettingsStore.h"
 #include "../tests/support/RunAwaitable.h"
@@ -25,7 +27,8 @@ class CompanionWithManualClock : public ::testing::Test {
   ~CompanionWithManualClock() override { QuarlLog::install(nullptr); }
   std::shared_ptr<Companion> companion(std::shared_ptr<HttpTransport> transport = nullptr) {
     return Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_, transport ? transport : transport_,
-                                            host_, ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, "/nonexistent/chat.db"});
+                                            host_, ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, "/nonexistent/chat.db",
+                                            nullptr, std::nullopt, page_});
   }
   void signIn() {
     defaults_->write(keys::deviceId, "dev-1");
@@ -50,6 +53,7 @@ class CompanionWithManualClock : public ::testing::Test {
   std::shared_ptr<FileKeychain> keychain_ = std::make_shared<FileKeychain>(folder_.path(), *clock_);
   std::shared_ptr<testing::RefusingTransport> transport_ = std::make_shared<testing::RefusingTransport>();
   std::shared_ptr<testing::FakeCompanionHost> host_ = std::make_shared<testing::FakeCompanionHost>(clock_);
+  std::shared_ptr<testing::FakeWhatsAppPage> page_ = std::make_shared<testing::FakeWhatsAppPage>();
   std::shared_ptr<testing::CapturingLogSink> log_ = testing::CapturingLogSink::installed();
 };
 
@@ -69,7 +73,8 @@ TEST_F(CompanionWithManualClock, ALongTickGetsExactlyOneFurtherTickAndWhatTheSto
 
   // start() again replaces the timers: one set fires, not two.
   host_->reading = {true, std::nullopt};
-  host_->whatsapp = WhatsAppSettledState{WhatsAppSettledState::Kind::showingQrCode, ""};
+  defaults_->write(keys::whatsappEnabled, true);
+  page_->probeAnswer = R"({"state":"needsLink"})";
   coordinator->start();
   runReady();
   EXPECT_EQ(coordinator->ticksRun(), 4);
@@ -77,6 +82,10 @@ TEST_F(CompanionWithManualClock, ALongTickGetsExactlyOneFurtherTickAndWhatTheSto
   EXPECT_THAT(coordinator->state().blockedReason.value_or(""), ::testing::StartsWith("WhatsApp is not being offered"));
   pass(30s);
   EXPECT_EQ(coordinator->ticksRun(), 5);
+  EXPECT_EQ(coordinator->state().blockedReason, "WhatsApp is not being offered by this Mac: WhatsApp Web is showing its QR "
+                                                "code, so the phone is not linked. Everything else on this Mac is unaffected.")
+      << "the page loaded and read in one tick is what the next tick offers by";
+  EXPECT_EQ(page_->loads.size(), 1u);
 }
 
 TEST_F(CompanionWithManualClock, ASignOutLeavesARunningTickWithoutAClientAndDropsALateTokenRotation) {
@@ -124,6 +133,35 @@ TEST_F(CompanionWithManualClock, ABurstOfStoreChangesRunsTheLivePassOnceAfterItS
   clock_->advance(Companion::storeSettle);
   runReady();
   EXPECT_EQ(failed(), before + 1) << "the burst ran one pass";
+}
+
+TEST_F(CompanionWithManualClock, LinkingShowsEachCodeTheScreenRotatesToAndParksThePageWhenLinkedOrOutOfTime) {
+  auto coordinator = companion();
+  page_->probeAnswers = {R"({"state":"needsLink"})", R"({"state":"needsLink"})", R"({"state":"needsLink"})",
+                         R"({"state":"syncing"})"};
+  page_->linkCode = "2@first-code";
+  std::vector<std::string> shown;
+  auto linked = asio::co_spawn(io_, coordinator->linkWhatsApp(60s, [&](const std::string& code) { shown.push_back(code); }),
+                               asio::use_future);
+  runReady();
+  pass(1s);
+  page_->linkCode = "2@rotated-code";
+  pass(3s);
+  ASSERT_EQ(linked.wait_for(0s), std::future_status::ready);
+  EXPECT_EQ(linked.get(), WhatsAppWeb::SessionState::linked());
+  EXPECT_EQ(shown, (std::vector<std::string>{"2@first-code", "2@rotated-code"}));
+  EXPECT_TRUE(coordinator->state().whatsappLinked);
+  EXPECT_EQ(page_->presented.size(), 1u);
+  EXPECT_EQ(page_->origin, (WhatsAppWeb::Point{-2100, -1800})) << "parked again once linked";
+  EXPECT_TRUE(defaults_->boolean(keys::whatsappHostsSession).value_or(false));
+
+  page_->probeAnswer = R"({"state":"needsLink"})";
+  auto unanswered = asio::co_spawn(io_, coordinator->linkWhatsApp(5s, [](const std::string&) {}), asio::use_future);
+  runReady();
+  pass(5s);
+  ASSERT_EQ(unanswered.wait_for(0s), std::future_status::ready);
+  EXPECT_EQ(unanswered.get(), WhatsAppWeb::SessionState::needsLink());
+  EXPECT_EQ(page_->origin, (WhatsAppWeb::Point{-2100, -1800})) << "a link left unfinished hides the window too";
 }
 
 }  // namespace

@@ -12,6 +12,10 @@ inline constexpr std::string_view imessageChannelId = "QuarlImessageChannelId";
 inline constexpr std::string_view smsChannelId = "QuarlSmsChannelId";
 inline constexpr std::string_view whatsappChannelId = "QuarlWhatsappChannelId";
 inline constexpr std::string_view whatsappHostsSession = "QuarlWhatsappHostsSession";
+// The owner began linking WhatsApp on this computer: only then is the page loaded and read.
+inline constexpr std::string_view whatsappEnabled = "QuarlWhatsappEnabled";
+// Replaces WhatsApp Web's site root, for tests and the demo.
+inline constexpr std::string_view whatsappWebURL = "QuarlWhatsappWebURL";
 inline constexpr std::string_view askedAboutLogin = "QuarlAskedAboutLogin";
 inline constexpr std::string_view installId = "QuarlInstallId";
 inline constexpr std::string_view keepAwakeWhileWorking = "QuarlKeepAwakeWhileWorking";

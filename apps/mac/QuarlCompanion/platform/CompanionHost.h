@@ -28,8 +28,6 @@ class CompanionHost {
   virtual boost::asio::awaitable<MessagesStoreReading> readMessagesStore(std::string path) = 0;
   // The owner's name for a sender, from the contacts directory; none when it has none.
   virtual std::optional<std::string> contactName(const std::string& handle) = 0;
-  // The hosted WhatsApp page's settled state; none while this Mac hosts no page.
-  virtual std::optional<WhatsAppSettledState> whatsappState() = 0;
   // Shows the pairing code and sends the owner to the approval page.
   virtual void showPairingCode(const std::string& userCode, const std::string& verificationUrl) = 0;
   // The waiting count on the application's icon; none clears it.

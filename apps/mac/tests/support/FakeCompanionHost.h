@@ -27,7 +27,6 @@ class FakeCompanionHost final : public CompanionHost {
     const auto found = contacts.find(handle);
     return found == contacts.end() ? std::nullopt : std::optional(found->second);
   }
-  std::optional<WhatsAppSettledState> whatsappState() override { return whatsapp; }
   void showPairingCode(const std::string&, const std::string&) override {}
   void setBadge(const std::optional<std::string>& label) override { badges.push_back(label); }
   std::string hardwareDescription() override { return "test machine"; }
@@ -36,7 +35,6 @@ class FakeCompanionHost final : public CompanionHost {
   MessagesStoreReading reading;
   std::map<std::string, std::string> contacts;
   std::vector<std::chrono::milliseconds> readDurations;  // one per read, then instant
-  std::optional<WhatsAppSettledState> whatsapp;
   int storeReads = 0;
   std::vector<std::optional<std::string>> badges;
   OperatorCaps caps;

@@ -19,7 +19,6 @@ boost::asio::awaitable<MessagesStoreReading> LinuxCompanionHost::readMessagesSto
 
 std::optional<std::string> LinuxCompanionHost::contactName(const std::string&) { return std::nullopt; }
 
-std::optional<WhatsAppSettledState> LinuxCompanionHost::whatsappState() { return std::nullopt; }
 
 void LinuxCompanionHost::showPairingCode(const std::string& userCode, const std::string& verificationUrl) {
   std::cout << "To connect this computer to Quarl, open " << verificationUrl << " and confirm the code " << userCode

@@ -10,7 +10,6 @@ class LinuxCompanionHost final : public CompanionHost {
  public:
   boost::asio::awaitable<MessagesStoreReading> readMessagesStore(std::string path) override;
   std::optional<std::string> contactName(const std::string& handle) override;
-  std::optional<WhatsAppSettledState> whatsappState() override;
   void showPairingCode(const std::string& userCode, const std::string& verificationUrl) override;
   void setBadge(const std::optional<std::string>& label) override;
   std::string hardwareDescription() override;

@@ -1,0 +1,218 @@
+#include "WhatsAppSession.h"
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+
+#include "QuarlLog.h"
+#include "SettingsKeys.h"
+#include "WhatsAppAnswer.h"
+#include "WhatsAppScripts.h"
+
+namespace quarl {
+namespace asio = boost::asio;
+using namespace std::chrono;
+using WhatsAppWeb::SessionState;
+
+std::shared_ptr<WhatsAppSession> WhatsAppSession::create(asio::any_io_executor executor, std::shared_ptr<const Clock> clock,
+                                                         std::shared_ptr<SettingsStore> defaults,
+                                                         std::shared_ptr<WhatsAppPage> page) {
+  return std::shared_ptr<WhatsAppSession>(
+      new WhatsAppSession(std::move(executor), std::move(clock), std::move(defaults), std::move(page)));
+}
+
+WhatsAppSession::WhatsAppSession(asio::any_io_executor executor, std::shared_ptr<const Clock> clock,
+                                 std::shared_ptr<SettingsStore> defaults, std::shared_ptr<WhatsAppPage> page)
+    : executor_(std::move(executor)), clock_(std::move(clock)), defaults_(std::move(defaults)), page_(std::move(page)) {
+  if (!page_) unavailable_ = "this computer has no web view to host WhatsApp Web in";
+}
+
+bool WhatsAppSession::isEnabled() const { return defaults_->boolean(keys::whatsappEnabled).value_or(false); }
+
+std::string WhatsAppSession::siteRoot() const {
+  return defaults_->string(keys::whatsappWebURL).value_or(std::string(WhatsAppWeb::url));
+}
+
+asio::awaitable<bool> WhatsAppSession::opened() {
+  if (open_) co_return true;
+  if (!page_) co_return false;
+  auto refusal = co_await page_->open();
+  if (refusal) {
+    if (unavailable_ != refusal) QuarlLog::say("quarl: whatsapp web cannot run here — " + *refusal);
+    unavailable_ = std::move(refusal);
+    co_return false;
+  }
+  open_ = true;
+  unavailable_.reset();
+  const std::weak_ptr<WhatsAppSession> weak = weak_from_this();
+  page_->watchWindow(
+      [weak] {
+        if (auto self = weak.lock()) asio::co_spawn(self->executor_, reparkDetached(self), asio::detached);
+      },
+      [weak] {
+        auto self = weak.lock();
+        return self ? self->windowShouldClose() : false;
+      });
+  co_await park();
+  co_return true;
+}
+
+asio::awaitable<void> WhatsAppSession::load() {
+  if (!isEnabled()) co_return;
+  const bool hosted = co_await opened();
+  if (!hosted) co_return;
+  const auto current = co_await page_->currentUrl();
+  if (current == siteRoot()) co_return;
+  co_await navigate();
+  QuarlLog::say("quarl: whatsapp web loading — nothing it says is an answer yet");
+}
+
+asio::awaitable<void> WhatsAppSession::renavigate(std::string reason) {
+  if (driving_ || !open_) co_return;
+  QuarlLog::say("quarl: whatsapp web re-navigating — " + reason);
+  co_await navigate();
+}
+
+asio::awaitable<void> WhatsAppSession::navigate() {
+  navigationStartedAt_ = clock_->now();
+  settled_.reset();
+  auto root = siteRoot();
+  co_await page_->load(std::move(root), WhatsAppWeb::requestTimeout);
+}
+
+asio::awaitable<void> WhatsAppSession::park() {
+  if (!open_) co_return;
+  const auto screens = co_await page_->screenFrames();
+  co_await page_->placeWindow(WhatsAppWeb::parkOrigin(screens, WhatsAppWeb::webViewSize));
+}
+
+asio::awaitable<void> WhatsAppSession::reparkIfOnScreen() {
+  if (showingForLinking_ || !open_) co_return;
+  const auto screens = co_await page_->screenFrames();
+  const auto origin = co_await page_->windowOrigin();
+  if (WhatsAppWeb::isParked(origin, WhatsAppWeb::webViewSize, screens)) co_return;
+  QuarlLog::say("quarl: whatsapp host was on screen — parking it again");
+  co_await page_->placeWindow(WhatsAppWeb::parkOrigin(screens, WhatsAppWeb::webViewSize));
+}
+
+asio::awaitable<void> WhatsAppSession::reparkDetached(std::shared_ptr<WhatsAppSession> self) {
+  co_await self->reparkIfOnScreen();
+}
+
+asio::awaitable<void> WhatsAppSession::parkDetached(std::shared_ptr<WhatsAppSession> self) { co_await self->park(); }
+
+asio::awaitable<void> WhatsAppSession::showForLinking() {
+  if (!defaults_->write(keys::whatsappEnabled, true)) {
+    QuarlLog::say("quarl: whatsapp: the choice to link could not be saved — it holds until Quarl quits");
+  }
+  co_await load();
+  if (!open_) co_return;
+  showingForLinking_ = true;
+  std::string title(linkingTitle);
+  co_await page_->presentWindow(std::move(title));
+}
+
+bool WhatsAppSession::windowShouldClose() {
+  showingForLinking_ = false;
+  asio::co_spawn(executor_, parkDetached(shared_from_this()), asio::detached);
+  return false;
+}
+
+asio::awaitable<void> WhatsAppSession::endLinking() {
+  showingForLinking_ = false;
+  co_await park();
+}
+
+seconds WhatsAppSession::sinceNavigation() const {
+  if (!navigationStartedAt_) return seconds(0);
+  return duration_cast<seconds>(clock_->now() - *navigationStartedAt_);
+}
+
+asio::awaitable<SessionState> WhatsAppSession::refreshState() {
+  const bool hosted = co_await opened();
+  if (!hosted) co_return SessionState::unrecognised(unavailable_.value_or(""));
+  std::string probe(WhatsAppWeb::sessionProbeScript());
+  const auto answer = co_await evaluate(std::move(probe));
+  const auto state = WhatsAppWeb::readSessionState(answer.value_or(""));
+  const bool wasLinked = settled_ && WhatsAppWeb::isSettled(*settled_);
+  if (WhatsAppWeb::isSettled(state) && !wasLinked && sinceNavigation() >= WhatsAppWeb::settleDeadline) {
+    QuarlLog::say("quarl: whatsapp web answered after the settle deadline, at " + std::to_string(sinceNavigation().count()) +
+                  "s: linked. The deadline is a report, not a verdict.");
+  }
+  settled_ = state;
+  const bool latched = defaults_->boolean(keys::whatsappHostsSession).value_or(false);
+  const bool hosts = WhatsAppWeb::hostsSessionAfter(state, latched);
+  if (hosts != latched) defaults_->write(keys::whatsappHostsSession, hosts);
+  co_return state;
+}
+
+asio::awaitable<SessionState> WhatsAppSession::settledState() {
+  if (!navigationStartedAt_) co_await load();
+  if (!navigationStartedAt_) {
+    co_return SessionState::unrecognised(
+        unavailable_.value_or("WhatsApp is not switched on on this Mac, so its page was never loaded"));
+  }
+  for (;;) {
+    const auto state = co_await refreshState();
+    if (WhatsAppWeb::isSettled(state) || sinceNavigation() >= WhatsAppWeb::settleDeadline) co_return state;
+    co_await clock_->sleep(WhatsAppWeb::settlePollInterval);
+  }
+}
+
+asio::awaitable<std::optional<SessionState>> WhatsAppSession::settledStateIfKnown() {
+  if (!isEnabled()) co_return std::nullopt;
+  const auto since = sinceNavigation();
+  if (navigationStartedAt_ && since >= WhatsAppWeb::settleDeadline && !(settled_ && WhatsAppWeb::isSettled(*settled_))) {
+    QuarlLog::say("quarl: whatsapp web has not answered within " + std::to_string(since.count()) + "s — last seen: " +
+                  (settled_ ? WhatsAppWeb::describe(*settled_) : std::string("no answer yet")) +
+                  " This is NOT 'not linked' and NOT final: it is still being asked.");
+  }
+  if (settled_ && WhatsAppWeb::shouldRenavigate(*settled_, since)) {
+    auto reason = "unreadable for " + std::to_string(since.count()) +
+                  "s. A page that never became WhatsApp is a navigation worth doing again.";
+    co_await renavigate(std::move(reason));
+  }
+  co_return settled_;
+}
+
+asio::awaitable<std::optional<std::string>> WhatsAppSession::evaluate(std::string script) {
+  const bool hosted = co_await opened();
+  if (!hosted) co_return std::nullopt;
+  auto result = co_await page_->evaluate(std::move(script));
+  if (result.error) {
+    QuarlLog::say("quarl: whatsapp script failed: " + *result.error);
+    co_return std::nullopt;
+  }
+  co_return std::move(result.answer);
+}
+
+namespace {
+
+asio::awaitable<WhatsAppSession::Report> reportOf(std::shared_ptr<WhatsAppPage> page, std::string script,
+                                                  boost::json::object arguments) {
+  auto result = co_await page->callAsync(std::move(script), std::move(arguments));
+  if (result.error) {
+    QuarlLog::say("quarl: whatsapp script failed to run: " + *result.error);
+    co_return WhatsAppSession::Report{std::nullopt, std::move(result.error)};
+  }
+  co_return WhatsAppSession::Report{std::move(result.answer), std::nullopt};
+}
+
+}  // namespace
+
+asio::awaitable<WhatsAppSession::Report> WhatsAppSession::evaluateReporting(std::string script,
+                                                                           boost::json::object arguments,
+                                                                           std::optional<seconds> within) {
+  const bool hosted = co_await opened();
+  if (!hosted) co_return Report{std::nullopt, unavailable_};
+  std::optional<milliseconds> limit;
+  if (within) limit = duration_cast<milliseconds>(*within);
+  const auto waited = within ? within->count() : 0;
+  std::function<Report()> tooLate = [waited] {
+    return Report{std::nullopt, "the script had not answered after " + std::to_string(waited) +
+                                    " seconds, so Quarl stopped waiting for it"};
+  };
+  auto work = reportOf(page_, std::move(script), std::move(arguments));
+  co_return co_await WhatsAppWeb::firstAnswer<Report>(clock_, limit, std::move(tooLate), std::move(work));
+}
+
+}  // namespace quarl

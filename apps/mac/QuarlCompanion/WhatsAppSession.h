@@ -1,0 +1,116 @@
+#pragma once
+
+#include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/awaitable.hpp>
+#include <boost/json/object.hpp>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Clock.h"
+#include "SettingsStore.h"
+#include "WhatsAppSessionState.h"
+#include "platform/WhatsAppPage.h"
+
+namespace quarl {
+
+// The owner's WhatsApp Web session, kept alive in a page nobody looks at: it loads the page,
+// keeps its window parked off every screen, reads what the page shows, and runs the scripts
+// that read and write there. Confined to the main executor. Nothing of the page is created
+// while the owner has not switched WhatsApp on.
+class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
+ public:
+  // A script run through `evaluateReporting`: its answer, or why there is none.
+  struct Report {
+    std::optional<std::string> answer;
+    std::optional<std::string> failure;
+  };
+
+  static constexpr std::string_view linkingTitle = "WhatsApp — scan this with your phone";
+
+  // `page` is none on a computer that has no way to host a web page.
+  static std::shared_ptr<WhatsAppSession> create(boost::asio::any_io_executor executor,
+                                                 std::shared_ptr<const Clock> clock,
+                                                 std::shared_ptr<SettingsStore> defaults,
+                                                 std::shared_ptr<WhatsAppPage> page);
+
+  bool isEnabled() const;
+  // The sentence for why this computer cannot host the page, once opening it failed.
+  const std::optional<std::string>& unavailableReason() const { return unavailable_; }
+  // The address loaded: WhatsApp Web's root, or the root the settings name instead.
+  std::string siteRoot() const;
+
+  boost::asio::awaitable<void> load();
+  boost::asio::awaitable<void> renavigate(std::string reason);
+  boost::asio::awaitable<void> park();
+  boost::asio::awaitable<void> reparkIfOnScreen();
+  boost::asio::awaitable<void> showForLinking();
+  // The window never closes: asking hides it, and the page and any half-done link stay alive.
+  bool windowShouldClose();
+  // Linking is over: the window goes back where nobody sees it.
+  boost::asio::awaitable<void> endLinking();
+  bool isShowingForLinking() const { return showingForLinking_; }
+
+  // Probes the page once and keeps the answer; a failure is a state, never an error.
+  boost::asio::awaitable<WhatsAppWeb::SessionState> refreshState();
+  // Probes until the page is linked, or until the settle deadline has passed since the
+  // navigation began; then the last answer.
+  boost::asio::awaitable<WhatsAppWeb::SessionState> settledState();
+  // The last answer, without waiting; none when WhatsApp is off or nothing has answered since
+  // the last navigation. Asked every tick, it also reports a page slow to answer and loads
+  // again one that never became WhatsApp.
+  boost::asio::awaitable<std::optional<WhatsAppWeb::SessionState>> settledStateIfKnown();
+
+  // Runs `body` with the page held: no re-navigation happens until it ends, however it ends.
+  template <class T>
+  boost::asio::awaitable<T> drivingThePage(std::function<boost::asio::awaitable<T>()> body) {
+    const DrivingFlag held(driving_);
+    co_return co_await body();
+  }
+  bool isDriving() const { return driving_; }
+
+  // A synchronous script's answer; none when it failed, which is logged.
+  boost::asio::awaitable<std::optional<std::string>> evaluate(std::string script);
+  // An asynchronous script with named arguments. Given a limit, a script that has not answered
+  // within it is reported as such, and its late answer is dropped.
+  boost::asio::awaitable<Report> evaluateReporting(std::string script, boost::json::object arguments,
+                                                   std::optional<std::chrono::seconds> within);
+
+ private:
+  WhatsAppSession(boost::asio::any_io_executor executor, std::shared_ptr<const Clock> clock,
+                  std::shared_ptr<SettingsStore> defaults, std::shared_ptr<WhatsAppPage> page);
+
+  // Sets a flag for as long as it lives.
+  class DrivingFlag {
+   public:
+    explicit DrivingFlag(bool& flag) : flag_(flag) { flag_ = true; }
+    ~DrivingFlag() { flag_ = false; }
+    DrivingFlag(const DrivingFlag&) = delete;
+    DrivingFlag& operator=(const DrivingFlag&) = delete;
+
+   private:
+    bool& flag_;
+  };
+
+  // Opens the page once; false when this computer cannot host it.
+  boost::asio::awaitable<bool> opened();
+  boost::asio::awaitable<void> navigate();
+  std::chrono::seconds sinceNavigation() const;
+  static boost::asio::awaitable<void> reparkDetached(std::shared_ptr<WhatsAppSession> self);
+  static boost::asio::awaitable<void> parkDetached(std::shared_ptr<WhatsAppSession> self);
+
+  boost::asio::any_io_executor executor_;
+  std::shared_ptr<const Clock> clock_;
+  std::shared_ptr<SettingsStore> defaults_;
+  std::shared_ptr<WhatsAppPage> page_;
+  bool open_ = false;
+  std::optional<std::string> unavailable_;
+  bool showingForLinking_ = false;
+  bool driving_ = false;
+  std::optional<SystemTime> navigationStartedAt_;
+  std::optional<WhatsAppWeb::SessionState> settled_;
+};
+
+}  // namespace quarl

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string_view>
+
+// The page scripts, built into the program from page-scripts/*.js at build time.
+namespace quarl::WhatsAppWeb {
+
+// What WhatsApp Web shows: {state, reclaimed?, title?, sample?}. A synchronous expression.
+std::string_view sessionProbeScript();
+// Injected at document start in every frame, so that the page believes it is seen.
+std::string_view visibilityShimScript();
+// The payload of the QR code the link screen shows; empty when it shows none.
+std::string_view linkCodeScript();
+// The shared helpers spliced ahead of the capture and open scripts.
+std::string_view pageHelpersScript();
+
+}  // namespace quarl::WhatsAppWeb
