@@ -215,6 +215,7 @@ asio::awaitable<void> Companion::offerChannels() {
   const bool hostsSession = parts_.defaults->boolean(keys::whatsappHostsSession).value_or(false);
   const auto offer = offeredChannels(state_.canReadMessages, whatsapp, hostsSession);
   if (offer.logLine) QuarlLog::say(*offer.logLine);
+  if (offer.whatsappBlockedReason) QuarlLog::say(*offer.whatsappBlockedReason);
   if (offer.whatsappBlockedReason && !state_.blockedReason) state_.blockedReason = offer.whatsappBlockedReason;
   state_.enabledChannels = offer.channels;
 }
@@ -224,7 +225,7 @@ asio::awaitable<void> Companion::offerChannels() {
 // conversations joins this stage when it is built.
 asio::awaitable<void> Companion::captureWhatsApp() {
   if (!whatsapp_->isEnabled()) co_return;
-  co_await whatsapp_->load();
+  if (!whatsapp_->hasNavigated()) co_await whatsapp_->load();
   if (whatsapp_->unavailableReason()) co_return;
   co_await whatsapp_->refreshState();
 }

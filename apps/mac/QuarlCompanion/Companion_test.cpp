@@ -86,6 +86,10 @@ TEST_F(CompanionWithManualClock, ALongTickGetsExactlyOneFurtherTickAndWhatTheSto
                                                 "code, so the phone is not linked. Everything else on this Mac is unaffected.")
       << "the page loaded and read in one tick is what the next tick offers by";
   EXPECT_EQ(page_->loads.size(), 1u);
+  EXPECT_GE(linesContaining("WhatsApp is not being offered by this Mac: WhatsApp Web is showing its QR code"), 1);
+  page_->loads.push_back("about:blank");  // the first load never arrived
+  pass(30s);
+  EXPECT_EQ(page_->loads.size(), 2u) << "a later tick leaves re-loading to re-navigation";
 }
 
 TEST_F(CompanionWithManualClock, ASignOutLeavesARunningTickWithoutAClientAndDropsALateTokenRotation) {

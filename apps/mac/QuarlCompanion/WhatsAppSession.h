@@ -52,6 +52,8 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   // Linking is over: the window goes back where nobody sees it.
   boost::asio::awaitable<void> endLinking();
   bool isShowingForLinking() const { return showingForLinking_; }
+  // A navigation began since launch; loading again after that is re-navigation's to decide.
+  bool hasNavigated() const { return navigationStartedAt_.has_value(); }
 
   // Probes the page once and keeps the answer; a failure is a state, never an error.
   boost::asio::awaitable<WhatsAppWeb::SessionState> refreshState();

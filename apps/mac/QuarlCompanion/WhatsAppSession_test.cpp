@@ -181,9 +181,11 @@ TEST_F(WhatsAppSessionOnAManualClock, ScriptsThatFailOrNeverAnswerAreSaidSoAndAP
   const auto late = report.get();
   EXPECT_EQ(late.answer, std::nullopt);
   EXPECT_EQ(late.failure, "the script had not answered after 180 seconds, so Quarl stopped waiting for it");
+  page_->asyncResult = {R"({"stage":"late"})", std::nullopt};
   pass(20s);  // the page's answer comes after all, and is dropped
   page_->asyncTakes = 0s;
-  EXPECT_EQ(run(session_->evaluateReporting("return 1;", {}, 180s)).answer, R"({"stage":"read"})");
+  page_->asyncResult = {R"({"stage":"fresh"})", std::nullopt};
+  EXPECT_EQ(run(session_->evaluateReporting("return 1;", {}, 180s)).answer, R"({"stage":"fresh"})");
 
   auto refusing = std::make_shared<testing::FakeWhatsAppPage>();
   refusing->refusal = "this computer has no display and Xvfb is not installed";

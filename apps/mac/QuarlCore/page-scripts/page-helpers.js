@@ -330,7 +330,8 @@ async function quarlHarvest(out, state, budget, chatKey) {
     if (typeof modelId === 'string' && modelId !== ownId) state.idsDisagree++;
 
     const media = quarlMedia(model, state);
-    const text = quarlText(row, model, media, state);
+    // A row WhatsApp has not decrypted shows a placeholder, never the message's words.
+    const text = type === 'ciphertext' ? '' : quarlText(row, model, media, state);
     if (!media && !text) {
       state.noText++;
       if (type === 'ciphertext') {
