@@ -1,6 +1,5 @@
 #include "Companion.h"
 
-#include <algorithm>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/use_future.hpp>
 #include <gmock/gmock.h>
@@ -42,9 +41,7 @@ class CompanionWithManualClock : public ::testing::Test {
   void pass(std::chrono::seconds total) {
     for (auto step = 0s; step < total; step += 1s) { clock_->advance(1s); runReady(); }
   }
-  int linesContaining(const std::string& text) {
-    return static_cast<int>(std::ranges::count_if(log_->lines(), [&](const std::string& l) { return l.find(text) != std::string::npos; }));
-  }
+  int linesContaining(const std::string& text) { return log_->linesContaining(text); }
 
   testing::TemporaryDirectory folder_;
   asio::io_context io_;

@@ -122,6 +122,8 @@ asio::awaitable<void> WhatsAppSession::endLinking() {
   co_await park();
 }
 
+bool WhatsAppSession::isLinked() const { return settled_ && WhatsAppWeb::isSettled(*settled_); }
+
 seconds WhatsAppSession::sinceNavigation() const {
   if (!navigationStartedAt_) return seconds(0);
   return duration_cast<seconds>(clock_->now() - *navigationStartedAt_);
@@ -133,8 +135,7 @@ asio::awaitable<SessionState> WhatsAppSession::refreshState() {
   std::string probe(WhatsAppWeb::sessionProbeScript());
   const auto answer = co_await evaluate(std::move(probe));
   const auto state = WhatsAppWeb::readSessionState(answer.value_or(""));
-  const bool wasLinked = settled_ && WhatsAppWeb::isSettled(*settled_);
-  if (WhatsAppWeb::isSettled(state) && !wasLinked && sinceNavigation() >= WhatsAppWeb::settleDeadline) {
+  if (WhatsAppWeb::isSettled(state) && !isLinked() && sinceNavigation() >= WhatsAppWeb::settleDeadline) {
     QuarlLog::say("quarl: whatsapp web answered after the settle deadline, at " + std::to_string(sinceNavigation().count()) +
                   "s: linked. The deadline is a report, not a verdict.");
   }
@@ -161,7 +162,7 @@ asio::awaitable<SessionState> WhatsAppSession::settledState() {
 asio::awaitable<std::optional<SessionState>> WhatsAppSession::settledStateIfKnown() {
   if (!isEnabled()) co_return std::nullopt;
   const auto since = sinceNavigation();
-  if (navigationStartedAt_ && since >= WhatsAppWeb::settleDeadline && !(settled_ && WhatsAppWeb::isSettled(*settled_))) {
+  if (navigationStartedAt_ && since >= WhatsAppWeb::settleDeadline && !isLinked()) {
     QuarlLog::say("quarl: whatsapp web has not answered within " + std::to_string(since.count()) + "s — last seen: " +
                   (settled_ ? WhatsAppWeb::describe(*settled_) : std::string("no answer yet")) +
                   " This is NOT 'not linked' and NOT final: it is still being asked.");

@@ -100,6 +100,8 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   boost::asio::awaitable<bool> opened();
   boost::asio::awaitable<void> navigate();
   std::chrono::seconds sinceNavigation() const;
+  // The last answer since the navigation was `linked`.
+  bool isLinked() const;
   static boost::asio::awaitable<void> reparkDetached(std::shared_ptr<WhatsAppSession> self);
   static boost::asio::awaitable<void> parkDetached(std::shared_ptr<WhatsAppSession> self);
 

@@ -1,6 +1,5 @@
 #include "WhatsAppSession.h"
 
-#include <algorithm>
 #include <functional>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
@@ -43,10 +42,7 @@ class WhatsAppSessionOnAManualClock : public ::testing::Test {
     for (auto step = 0s; step < total; step += 1s) { clock_->advance(1s); runReady(); }
   }
   void enable() { defaults_->write(keys::whatsappEnabled, true); }
-  int linesContaining(const std::string& text) {
-    const auto lines = log_->lines();
-    return static_cast<int>(std::ranges::count_if(lines, [&](const std::string& l) { return l.find(text) != std::string::npos; }));
-  }
+  int linesContaining(const std::string& text) { return log_->linesContaining(text); }
   bool hostsSession() { return defaults_->boolean(keys::whatsappHostsSession).value_or(false); }
 
   asio::io_context io_;

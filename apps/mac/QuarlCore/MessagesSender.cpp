@@ -4,18 +4,13 @@
 
 #include <cstdlib>
 
+#include "Trimmed.h"
+
 namespace quarl {
 
 namespace {
 
 constexpr std::string_view groupError = "Quarl: no Messages group matches ";
-
-std::string trimmed(std::string_view text) {
-  const auto first = text.find_first_not_of(" \t\r\n");
-  if (first == std::string_view::npos) return {};
-  const auto last = text.find_last_not_of(" \t\r\n");
-  return std::string(text.substr(first, last - first + 1));
-}
 
 std::string lines(std::initializer_list<std::string> each) {
   std::string text;
@@ -120,7 +115,7 @@ std::optional<MessagesSender::Failure> MessagesSender::failureOf(const ChildOutc
   if (outcome.errors.find(groupError) != std::string::npos) {
     return Failure(Failure::Kind::noConversation, std::string(target));
   }
-  const auto text = trimmed(outcome.errors);
+  const std::string text(trimmed(outcome.errors, " \t\r\n"));
   return Failure(Failure::Kind::scriptFailed, text.empty() ? "the script ended without saying why" : text);
 }
 

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "FolderAccess.h"
+#include "Trimmed.h"
 #include "Utf16Text.h"
 
 namespace quarl {
@@ -40,13 +41,6 @@ const KindRow kinds[] = {
 template <std::size_t N>
 bool contains(const std::string_view (&set)[N], std::string_view value) {
   return std::find(std::begin(set), std::end(set), value) != std::end(set);
-}
-
-std::string trimmed(std::string_view text) {
-  const auto first = text.find_first_not_of(" \t\r\n\v\f");
-  if (first == std::string_view::npos) return {};
-  const auto last = text.find_last_not_of(" \t\r\n\v\f");
-  return std::string(text.substr(first, last - first + 1));
 }
 
 const json::string* stringAt(const json::object& object, std::string_view key) {
@@ -90,7 +84,7 @@ OptionalText trimmedText(const json::object& object, std::string_view key, std::
   if (!object.contains(key)) return {};
   const auto* text = stringAt(object, key);
   if (!text) return {false, std::nullopt};
-  auto kept = trimmed(*text);
+  std::string kept(trimmed(*text));
   if (kept.empty() || utf16Length(kept) > max) return {false, std::nullopt};
   return {true, std::move(kept)};
 }

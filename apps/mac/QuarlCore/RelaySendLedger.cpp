@@ -6,19 +6,13 @@
 #include <cctype>
 
 #include "Sha256.h"
+#include "Trimmed.h"
 
 namespace quarl {
 namespace json = boost::json;
 using std::chrono::milliseconds;
 
 namespace {
-
-std::string trimmed(std::string_view text) {
-  const auto first = text.find_first_not_of(" \t\r\n\v\f");
-  if (first == std::string_view::npos) return {};
-  const auto last = text.find_last_not_of(" \t\r\n\v\f");
-  return std::string(text.substr(first, last - first + 1));
-}
 
 // Every carriage return becomes a line feed. The script sends a line feed as AppleScript's
 // `return` and a carriage return as itself, so Messages stores both as carriage returns, a CR LF

@@ -5,18 +5,13 @@
 #include <ctime>
 
 #include "Base64.h"
+#include "Trimmed.h"
 #include "WhatsAppAnswerFields.h"
 
 namespace quarl::WhatsAppWeb {
 namespace json = boost::json;
 
 namespace {
-
-std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
-  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
-  return text;
-}
 
 // The numbers of a text such as "10:25" or "23/11/2026", whatever separates them.
 std::vector<int> numbersIn(std::string_view text, std::vector<std::size_t>* widths = nullptr) {
@@ -140,7 +135,8 @@ PrePlainText parsePrePlainText(std::string_view text, SystemTime now) {
   const auto stamp = text.substr(1, close - 1);
   auto rest = trimmed(text.substr(close + 1));
   if (!rest.empty() && rest.back() == ':') rest.remove_suffix(1);
-  if (!trimmed(rest).empty()) parsed.senderName = std::string(trimmed(rest));
+  rest = trimmed(rest);
+  if (!rest.empty()) parsed.senderName = std::string(rest);
 
   const auto comma = stamp.find(',');
   if (comma == std::string_view::npos) return parsed;

@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "LogSink.h"
@@ -34,6 +35,12 @@ class CapturingLogSink final : public LogSink, public std::enable_shared_from_th
     std::vector<std::string> out;
     for (const auto& event : events_) out.push_back(event.render(false));
     return out;
+  }
+  // How many lines hold `text`.
+  int linesContaining(std::string_view text) const {
+    int count = 0;
+    for (const auto& line : lines()) count += line.find(text) != std::string::npos ? 1 : 0;
+    return count;
   }
   std::vector<LogEvent> events() const {
     std::lock_guard lock(mutex_);
