@@ -91,6 +91,10 @@ Answer DevBrain::handle(const Request& request) {
     if (!error && parsed.is_object()) body = std::move(parsed.as_object());
     else bodyProblem = "the body is not a JSON object";
   }
+  // The WhatsApp Web stand-in is a web page, not the service: no wire rules, no request log.
+  if (auto page = whatsapp_.route(request.method, path, header(request, "cookie"), body.value_or(json::object{}))) {
+    return *page;
+  }
   if (path.starts_with("/admin/")) {
     if (!bodyProblem.empty()) return wireRule(bodyProblem);
     return admin(request, path, body.value_or(json::object{}));
@@ -297,6 +301,7 @@ Answer DevBrain::admin(const Request& request, const std::string& path, const js
   if (path == "/admin/requests") return jsonAnswer(200, requestLog_);
   if (auto answer = desk_.admin(request.method, path, body)) return *answer;
   if (auto answer = operatorDesk_.admin(request.method, path, body)) return *answer;
+  if (auto answer = whatsapp_.admin(request.method, path, body)) return *answer;
   if (path == "/admin/stats") {
     json::object stats{{"refreshExchanges", refreshExchanges_}};
     desk_.addStats(stats);

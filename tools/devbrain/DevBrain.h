@@ -12,6 +12,7 @@
 
 #include "IngestDesk.h"
 #include "OperatorDesk.h"
+#include "WhatsAppStandIn.h"
 
 namespace devbrain {
 
@@ -25,6 +26,8 @@ struct Request {
 struct Answer {
   int status = 200;
   std::string body;
+  std::string contentType = "application/json";
+  std::vector<std::pair<std::string, std::string>> headers;  // beyond the content type
   std::chrono::milliseconds delay{0};
   bool drop = false;  // close the connection without answering
   // A long poll: until `holdFor` has passed, the server asks `held` again whenever devbrain
@@ -105,6 +108,7 @@ class DevBrain {
   std::string baseURL_;
   IngestDesk desk_;
   OperatorDesk operatorDesk_;
+  WhatsAppStandIn whatsapp_;
   std::string signingKey_;
   std::map<std::string, Device> devices_;
   std::map<std::string, AccessToken> accessTokens_;

@@ -1,5 +1,6 @@
-// devbrain [--port N]: serves the stand-in service on 127.0.0.1 and prints its base URL as the
-// first line of standard output. Stops on SIGINT or SIGTERM.
+// devbrain [--port N]: serves the stand-in service on 127.0.0.1, and the WhatsApp Web stand-in
+// under /whatsapp/, and prints its base URL as the first line of standard output. Stops on
+// SIGINT or SIGTERM.
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
@@ -77,7 +78,8 @@ asio::awaitable<void> serveConnection(tcp::socket socket, std::shared_ptr<devbra
     if (answer.drop) co_return;
 
     http::response<http::string_body> response{static_cast<http::status>(answer.status), message.version()};
-    response.set(http::field::content_type, "application/json");
+    response.set(http::field::content_type, answer.contentType);
+    for (const auto& [name, value] : answer.headers) response.set(name, value);
     response.keep_alive(message.keep_alive());
     response.body() = answer.body;
     response.prepare_payload();

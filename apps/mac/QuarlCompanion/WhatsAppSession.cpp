@@ -26,15 +26,24 @@ WhatsAppSession::WhatsAppSession(asio::any_io_executor executor, std::shared_ptr
   if (!page_) unavailable_ = "this computer has no web view to host WhatsApp Web in";
 }
 
-bool WhatsAppSession::isEnabled() const { return defaults_->boolean(keys::whatsappEnabled).value_or(false); }
+bool WhatsAppSession::isEnabled() const {
+  return linkingChosen_ || defaults_->boolean(keys::whatsappEnabled).value_or(false);
+}
 
 std::string WhatsAppSession::siteRoot() const {
   return defaults_->string(keys::whatsappWebURL).value_or(std::string(WhatsAppWeb::url));
 }
 
+namespace {
+
+constexpr std::string_view switchedOff = "WhatsApp is not switched on on this Mac, so its page was never loaded";
+
+}  // namespace
+
+// Nothing of the page (no view, no thread, no display) is made while WhatsApp is off.
 asio::awaitable<bool> WhatsAppSession::opened() {
   if (open_) co_return true;
-  if (!page_) co_return false;
+  if (!page_ || !isEnabled()) co_return false;
   auto refusal = co_await page_->open();
   if (refusal) {
     if (unavailable_ != refusal) QuarlLog::say("quarl: whatsapp web cannot run here — " + *refusal);
@@ -101,6 +110,7 @@ asio::awaitable<void> WhatsAppSession::reparkDetached(std::shared_ptr<WhatsAppSe
 asio::awaitable<void> WhatsAppSession::parkDetached(std::shared_ptr<WhatsAppSession> self) { co_await self->park(); }
 
 asio::awaitable<void> WhatsAppSession::showForLinking() {
+  linkingChosen_ = true;
   if (!defaults_->write(keys::whatsappEnabled, true)) {
     QuarlLog::say("quarl: whatsapp: the choice to link could not be saved — it holds until Quarl quits");
   }
@@ -131,7 +141,7 @@ seconds WhatsAppSession::sinceNavigation() const {
 
 asio::awaitable<SessionState> WhatsAppSession::refreshState() {
   const bool hosted = co_await opened();
-  if (!hosted) co_return SessionState::unrecognised(unavailable_.value_or(""));
+  if (!hosted) co_return SessionState::unrecognised(unavailable_.value_or(std::string(switchedOff)));
   std::string probe(WhatsAppWeb::sessionProbeScript());
   const auto answer = co_await evaluate(std::move(probe));
   const auto state = WhatsAppWeb::readSessionState(answer.value_or(""));
@@ -149,8 +159,7 @@ asio::awaitable<SessionState> WhatsAppSession::refreshState() {
 asio::awaitable<SessionState> WhatsAppSession::settledState() {
   if (!navigationStartedAt_) co_await load();
   if (!navigationStartedAt_) {
-    co_return SessionState::unrecognised(
-        unavailable_.value_or("WhatsApp is not switched on on this Mac, so its page was never loaded"));
+    co_return SessionState::unrecognised(unavailable_.value_or(std::string(switchedOff)));
   }
   for (;;) {
     const auto state = co_await refreshState();
@@ -204,7 +213,7 @@ asio::awaitable<WhatsAppSession::Report> WhatsAppSession::evaluateReporting(std:
                                                                            boost::json::object arguments,
                                                                            std::optional<seconds> within) {
   const bool hosted = co_await opened();
-  if (!hosted) co_return Report{std::nullopt, unavailable_};
+  if (!hosted) co_return Report{std::nullopt, unavailable_.value_or(std::string(switchedOff))};
   std::optional<milliseconds> limit;
   if (within) limit = duration_cast<milliseconds>(*within);
   const auto waited = within ? within->count() : 0;

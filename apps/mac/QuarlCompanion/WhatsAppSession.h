@@ -110,6 +110,7 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   std::shared_ptr<SettingsStore> defaults_;
   std::shared_ptr<WhatsAppPage> page_;
   bool open_ = false;
+  bool linkingChosen_ = false;  // the owner chose to link in this run, even if that could not be saved
   std::optional<std::string> unavailable_;
   bool showingForLinking_ = false;
   bool driving_ = false;

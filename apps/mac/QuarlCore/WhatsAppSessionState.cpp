@@ -1,6 +1,7 @@
 #include "WhatsAppSessionState.h"
 
 #include <boost/json/parse.hpp>
+#include <boost/url/parse.hpp>
 
 #include "WhatsAppAnswerFields.h"
 
@@ -14,7 +15,32 @@ constexpr std::string_view evictedSentence =
     "Quarl takes it back.";
 constexpr std::string_view unreadableSentence = "the page returned nothing this build could read";
 
+struct Origin {
+  std::string scheme, host, port;
+  friend bool operator==(const Origin&, const Origin&) = default;
+};
+
+std::optional<Origin> originOf(std::string_view url) {
+  const auto parsed = boost::urls::parse_absolute_uri(url);
+  if (!parsed || !parsed->has_authority()) return std::nullopt;
+  std::string port(parsed->port());
+  if (port.empty()) port = parsed->scheme_id() == boost::urls::scheme::https ? "443" : parsed->scheme_id() == boost::urls::scheme::http ? "80" : "";
+  std::string host(parsed->encoded_host());
+  for (auto& c : host) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  std::string scheme(parsed->scheme());
+  for (auto& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return Origin{scheme, host, port};
+}
+
 }  // namespace
+
+bool isWithinSite(std::string_view url, std::string_view siteRoot) {
+  if (url == "about:blank" || url == "about:srcdoc") return true;
+  if (url.starts_with("blob:")) url.remove_prefix(5);
+  const auto site = originOf(siteRoot);
+  const auto target = originOf(url);
+  return site && target && *site == *target;
+}
 
 std::string describe(const SessionState& state) {
   switch (state.kind) {

@@ -44,6 +44,11 @@ bool shouldAdvertise(const std::optional<SessionState>& settled, bool hostsLinke
 // The latch kept in QuarlWhatsappHostsSession after the page showed `observing`.
 bool hostsSessionAfter(const SessionState& observing, bool previously);
 
+// Whether the page may go to `url`: only within the origin of `siteRoot` (its scheme, host and
+// port), an empty frame, or a blob of that origin. Anything else would take the owner's session
+// to a page Quarl does not know.
+bool isWithinSite(std::string_view url, std::string_view siteRoot);
+
 // The session probe's JSON answer: {state, reclaimed?, title?, sample?}.
 SessionState readSessionState(std::string_view answer);
 

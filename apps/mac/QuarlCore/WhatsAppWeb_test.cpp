@@ -50,6 +50,25 @@ TEST(WhatsAppWeb, TheLatchAndTheChannelFollowOnlyWhatProvesTheLinkAndTheProbeIsR
   EXPECT_EQ(describe(SessionState::syncing()), "syncing (WhatsApp is downloading this account's messages)");
 }
 
+TEST(WhatsAppWeb, ThePageStaysWithinTheOriginOfItsSite) {
+  const std::string site = "https://web.whatsapp.com/";
+  EXPECT_TRUE(isWithinSite("https://web.whatsapp.com/send?phone=123", site));
+  EXPECT_TRUE(isWithinSite("HTTPS://WEB.whatsapp.com:443/", site));
+  EXPECT_TRUE(isWithinSite("blob:https://web.whatsapp.com/5b1e-77", site));
+  EXPECT_TRUE(isWithinSite("about:blank", site));
+  EXPECT_FALSE(isWithinSite("http://web.whatsapp.com/", site)) << "another scheme is another origin";
+  EXPECT_FALSE(isWithinSite("https://web.whatsapp.com:8443/", site));
+  EXPECT_FALSE(isWithinSite("https://web.whatsapp.com.evil.example/", site));
+  EXPECT_FALSE(isWithinSite("https://evil.example/?https://web.whatsapp.com/", site));
+  EXPECT_FALSE(isWithinSite("blob:https://evil.example/5b1e", site));
+  EXPECT_FALSE(isWithinSite("data:text/html,<p>hi</p>", site));
+  EXPECT_FALSE(isWithinSite("javascript:alert(1)", site));
+  EXPECT_FALSE(isWithinSite("not a url", site));
+  EXPECT_TRUE(isWithinSite("http://127.0.0.1:8420/whatsapp/chat", "http://127.0.0.1:8420/whatsapp/"));
+  EXPECT_FALSE(isWithinSite("http://127.0.0.1:8421/", "http://127.0.0.1:8420/whatsapp/"));
+  EXPECT_FALSE(isWithinSite("https://web.whatsapp.com/", "")) << "a site that cannot be read admits nothing";
+}
+
 TEST(WhatsAppWeb, TheParkedWindowIsLeftOfAndBelowEveryScreen) {
   EXPECT_EQ(parkOrigin({}, webViewSize), (Point{-6100, -5800}));
   const std::vector<Rect> laptop{{{0, 0}, {1440, 900}}};

@@ -4,8 +4,8 @@
 
 namespace quarl {
 
-// The headless Linux host: no Messages application, no contacts directory and no WhatsApp page
-// yet, the pairing code printed on standard output, the badge as a log line only.
+// The headless Linux host: no Messages application and no contacts directory, the pairing code
+// printed on standard output, the badge as a log line only.
 class LinuxCompanionHost final : public CompanionHost {
  public:
   boost::asio::awaitable<MessagesStoreReading> readMessagesStore(std::string path) override;

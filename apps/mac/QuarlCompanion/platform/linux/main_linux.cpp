@@ -34,6 +34,7 @@
 #include "SettingsStore_linux.h"
 #include "StopHotKey_linux.h"
 #include "StoreWatcher_linux.h"
+#include "WhatsAppPage_linux.h"
 #include "platform/HostIdentity.h"
 
 namespace asio = boost::asio;
@@ -170,7 +171,9 @@ int main(int argc, char** argv) {
                                             std::make_shared<LinuxCompanionHost>(), hostIdentity(),
                                             ChatDatabase::defaultPath(),
                                             std::make_shared<InotifyStoreWatcher>(io.get_executor()),
-                                            linuxOperatorParts()});
+                                            linuxOperatorParts(),
+                                            std::make_shared<WebKitWhatsAppPage>(io.get_executor(),
+                                                                                 WebKitWhatsAppPage::defaultDataFolder())});
   };
   if (command == "sign-out") return signOut(makeCompanion);
 

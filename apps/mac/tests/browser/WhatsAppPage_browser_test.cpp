@@ -1,0 +1,159 @@
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/json/parse.hpp>
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <thread>
+
+#include "CapturingLogSink.h"
+#include "DevBrainAdmin.h"
+#include "DevBrainProcess.h"
+#include "ManualClock.h"
+#include "MemorySettingsStore.h"
+#include "PrivateDisplay_linux.h"
+#include "RunAwaitable.h"
+#include "SettingsKeys.h"
+#include "TemporaryDirectory.h"
+#include "WhatsAppPage_linux.h"
+#include "WhatsAppScripts.h"
+#include "WhatsAppSession.h"
+
+namespace quarl {
+namespace {
+
+namespace asio = boost::asio;
+namespace json = boost::json;
+using namespace std::chrono_literals;
+using ::testing::HasSubstr;
+using WhatsAppWeb::SessionState;
+
+// One display and one devbrain for every test here: GTK starts once per process.
+class BrowserWorld : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    std::string refusal;
+    display_ = PrivateDisplay::start(refusal);
+    ASSERT_TRUE(display_) << refusal;
+    ::setenv("DISPLAY", display_->name().c_str(), 1);
+    ::setenv("XAUTHORITY", display_->authority().c_str(), 1);
+    brain_ = std::make_unique<testing::DevBrainProcess>();
+  }
+  void TearDown() override { brain_.reset(); }
+  static testing::DevBrainProcess& brain() { return *brain_; }
+
+ private:
+  static inline std::unique_ptr<PrivateDisplay> display_;
+  static inline std::unique_ptr<testing::DevBrainProcess> brain_;
+};
+
+const auto* const world = ::testing::AddGlobalTestEnvironment(new BrowserWorld);
+
+class WhatsAppPageInWebKit : public ::testing::Test {
+ protected:
+  WhatsAppPageInWebKit() {
+    defaults_->write(keys::whatsappEnabled, true);
+    defaults_->write(keys::whatsappWebURL, json::string(BrowserWorld::brain().baseURL() + "/whatsapp/"));
+    admin_.post("/admin/whatsapp/screen", json::object{{"screen", "link"}, {"markup", "2026"}});
+  }
+  ~WhatsAppPageInWebKit() override {
+    session_.reset();
+    page_.reset();
+    QuarlLog::install(nullptr);
+  }
+
+  template <class T>
+  T run(asio::awaitable<T> work) { return testing::runAwaitable(io_, std::move(work)); }
+
+  // Real time passes on the loop, so that the page's answers arrive meanwhile.
+  void pause(std::chrono::milliseconds length) {
+    run([](asio::io_context& io, std::chrono::milliseconds length) -> asio::awaitable<bool> {
+      asio::steady_timer timer(io, length);
+      co_await timer.async_wait(asio::use_awaitable);
+      co_return true;
+    }(io_, length));
+  }
+
+  // Probes until the page reads `wanted`, for up to 20 s; the last state read.
+  SessionState probeUntil(const SessionState& wanted) {
+    SessionState state;
+    for (int i = 0; i < 100; ++i) {
+      state = run(session_->refreshState());
+      if (state == wanted) break;
+      pause(200ms);
+    }
+    return state;
+  }
+
+  std::string evaluate(const std::string& script) { return run(session_->evaluate(script)).value_or("(failed)"); }
+
+  asio::io_context io_;
+  testing::TemporaryDirectory folder_;
+  std::shared_ptr<testing::ManualClock> clock_ = std::make_shared<testing::ManualClock>(SystemTime(1800000000s));
+  std::shared_ptr<testing::MemorySettingsStore> defaults_ = std::make_shared<testing::MemorySettingsStore>();
+  std::shared_ptr<WebKitWhatsAppPage> page_ = std::make_shared<WebKitWhatsAppPage>(io_.get_executor(), folder_.path());
+  std::shared_ptr<WhatsAppSession> session_ = WhatsAppSession::create(io_.get_executor(), clock_, defaults_, page_);
+  std::shared_ptr<testing::CapturingLogSink> log_ = testing::CapturingLogSink::installed();
+  testing::DevBrainAdmin admin_{BrowserWorld::brain()};
+};
+
+TEST_F(WhatsAppPageInWebKit, TheProbeReadsEveryScreenOfTheStandIn) {
+  run(session_->load());
+  EXPECT_EQ(probeUntil(SessionState::needsLink()), SessionState::needsLink());
+
+  admin_.post("/admin/whatsapp/link");
+  EXPECT_EQ(probeUntil(SessionState::linked()), SessionState::linked()) << "the phone scanned: syncing, then the chats";
+  EXPECT_TRUE(defaults_->boolean(keys::whatsappHostsSession).value_or(false));
+
+  evaluate("document.body.appendChild(document.createElement('div')).setAttribute('data-ref', 'x'); 1");
+  EXPECT_EQ(run(session_->refreshState()), SessionState::linked()) << "a chat list wins over a leftover QR element";
+  evaluate("document.querySelector('body > [data-ref]').remove(); 1");
+
+  admin_.post("/admin/whatsapp/screen", json::object{{"screen", "evicted"}});
+  EXPECT_EQ(probeUntil(SessionState::syncing()), SessionState::syncing()) << "the probe presses Use here itself";
+  EXPECT_EQ(probeUntil(SessionState::linked()), SessionState::linked());
+  EXPECT_GE(admin_.get("/admin/whatsapp").at("reclaimed").as_int64(), 1);
+
+  admin_.post("/admin/whatsapp/screen", json::object{{"screen", "broken"}});
+  const auto broken = probeUntil(SessionState::unrecognised("title=WhatsApp — Something went wrong"));
+  EXPECT_EQ(WhatsAppWeb::describe(broken), "unrecognised — title=WhatsApp — Something went wrong");
+  EXPECT_TRUE(defaults_->boolean(keys::whatsappHostsSession).value_or(false)) << "an unreadable page is no evidence";
+
+  admin_.post("/admin/whatsapp/screen", json::object{{"screen", "link"}});
+  EXPECT_EQ(probeUntil(SessionState::needsLink()), SessionState::needsLink());
+  EXPECT_FALSE(defaults_->boolean(keys::whatsappHostsSession).value_or(true)) << "only a QR screen drops the latch";
+  const auto code = evaluate(std::string(WhatsAppWeb::linkCodeScript()));
+  EXPECT_EQ(code, admin_.get("/admin/whatsapp").at("ref").as_string());
+}
+
+TEST_F(WhatsAppPageInWebKit, ThePageBelievesItIsSeenAndItsWindowStaysParkedExceptWhileLinking) {
+  run(session_->load());
+  probeUntil(SessionState::needsLink());
+  EXPECT_EQ(evaluate("JSON.stringify([document.hidden, document.visibilityState, document.webkitHidden])"),
+            R"([false,"visible",false])");
+  EXPECT_EQ(evaluate("window.heard = 0; document.addEventListener('visibilitychange', () => window.heard++);"
+                     "document.dispatchEvent(new Event('visibilitychange')); String(window.heard)"),
+            "0");
+
+  const auto screens = run(page_->screenFrames());
+  ASSERT_FALSE(screens.empty());
+  EXPECT_TRUE(WhatsAppWeb::isParked(run(page_->windowOrigin()), WhatsAppWeb::webViewSize, screens));
+  run(page_->placeWindow({100, 100}));
+  for (int i = 0; i < 50 && !WhatsAppWeb::isParked(run(page_->windowOrigin()), WhatsAppWeb::webViewSize, screens); ++i) {
+    pause(100ms);
+  }
+  EXPECT_TRUE(WhatsAppWeb::isParked(run(page_->windowOrigin()), WhatsAppWeb::webViewSize, screens))
+      << "a window moved on screen is put back";
+  EXPECT_EQ(log_->linesContaining("quarl: whatsapp host was on screen — parking it again"), 1);
+
+  run(session_->showForLinking());
+  pause(500ms);
+  EXPECT_FALSE(WhatsAppWeb::isParked(run(page_->windowOrigin()), WhatsAppWeb::webViewSize, screens))
+      << "while linking the window is meant to be seen";
+  run(session_->endLinking());
+  EXPECT_TRUE(WhatsAppWeb::isParked(run(page_->windowOrigin()), WhatsAppWeb::webViewSize, screens));
+}
+
+}  // namespace
+}  // namespace quarl
