@@ -155,5 +155,103 @@ TEST_F(WhatsAppPageInWebKit, ThePageBelievesItIsSeenAndItsWindowStaysParkedExcep
   EXPECT_TRUE(WhatsAppWeb::isParked(run(page_->windowOrigin()), WhatsAppWeb::webViewSize, screens));
 }
 
+TEST_F(WhatsAppPageInWebKit, ThePageStaysOnItsSiteAndIsGivenNothing) {
+  run(session_->load());
+  probeUntil(SessionState::needsLink());
+  const auto home = run(page_->currentUrl());
+  const auto refusedLines = [&](const std::string& text) {
+    for (int i = 0; i < 50 && log_->linesContaining(text) == 0; ++i) pause(100ms);
+    return log_->linesContaining(text);
+  };
+
+  evaluate("location.href = 'http://elsewhere.invalid/'; 1");
+  EXPECT_EQ(refusedLines("tried to leave its site"), 1);
+  EXPECT_EQ(run(page_->currentUrl()), home);
+
+  evaluate("String(window.open('" + home + "state'))");
+  EXPECT_EQ(refusedLines("asked for a new window"), 1) << "even on its own site";
+
+  evaluate("location.href = 'download'; 1");
+  EXPECT_EQ(refusedLines("offered a download") + log_->linesContaining("started a download"), 1);
+  EXPECT_EQ(run(page_->currentUrl()), home);
+
+  auto realSession = WhatsAppSession::create(io_.get_executor(), std::make_shared<SystemClock>(), defaults_, page_);
+  const auto asked = run(realSession->evaluateReporting(
+      "return await Notification.requestPermission();", json::object{}, std::chrono::seconds(10)));
+  EXPECT_EQ(asked.answer.value_or(asked.failure.value_or("")), "denied");
+  EXPECT_EQ(refusedLines("asked to show notifications — refused"), 1);
+  const auto located = run(realSession->evaluateReporting(
+      "return await new Promise(done => navigator.geolocation.getCurrentPosition(() => done('given'), e => done('refused')));",
+      json::object{}, std::chrono::seconds(10)));
+  EXPECT_EQ(located.answer.value_or(located.failure.value_or("")), "refused");
+  EXPECT_EQ(probeUntil(SessionState::needsLink()), SessionState::needsLink()) << "the page is still WhatsApp's";
+}
+
+TEST_F(WhatsAppPageInWebKit, ScriptsGetTheirArgumentsAndAFailureOrASilenceIsReportedNotWaitedOn) {
+  run(session_->load());
+  probeUntil(SessionState::needsLink());
+  const auto echoed = run(session_->evaluateReporting(
+      "return JSON.stringify({ name, count, flags, nested: nested.inner, nothing });",
+      json::object{{"name", "Zoë \"quoted\"\n</script>"}, {"count", 3}, {"flags", json::array{true, false}},
+                   {"nested", json::object{{"inner", 2.5}}}, {"nothing", nullptr}},
+      std::nullopt));
+  EXPECT_EQ(echoed.answer.value_or(echoed.failure.value_or("")), R"({"name":"Zoë \"quoted\"\n</script>","count":3,"flags":[true,false],"nested":2.5,"nothing":null})");
+
+  const auto thrown = run(session_->evaluateReporting("throw new Error('the pane is gone');", json::object{}, std::nullopt));
+  EXPECT_FALSE(thrown.answer);
+  EXPECT_THAT(thrown.failure.value_or(""), HasSubstr("the pane is gone"));
+  EXPECT_EQ(log_->linesContaining("quarl: whatsapp script failed to run:"), 1);
+
+  // Waiting for a script runs on real time here: the page's own timers do.
+  auto realSession = WhatsAppSession::create(io_.get_executor(), std::make_shared<SystemClock>(), defaults_, page_);
+  const auto silent = run(realSession->evaluateReporting("await new Promise(done => setTimeout(() => done('late'), 3000)); return 'late';",
+                                                         json::object{}, std::chrono::seconds(1)));
+  EXPECT_FALSE(silent.answer) << "the late answer is dropped";
+  EXPECT_EQ(silent.failure.value_or(""), "the script had not answered after 1 seconds, so Quarl stopped waiting for it");
+  const auto next = run(realSession->evaluateReporting("return 'next';", json::object{}, std::chrono::seconds(5)));
+  EXPECT_EQ(next.answer.value_or(""), "next") << "the next script gets its own answer";
+}
+
+TEST_F(WhatsAppPageInWebKit, AnUnreadablePageIsLoadedAgainAfterThreeMinutesButNeverWhileDriven) {
+  admin_.post("/admin/whatsapp/screen", json::object{{"screen", "broken"}});
+  run(session_->load());
+  ASSERT_EQ(probeUntil(SessionState::unrecognised("title=WhatsApp — Something went wrong")).kind,
+            SessionState::Kind::unrecognised);
+  const auto loadsBefore = admin_.get("/admin/whatsapp").at("sessions").as_array().size();
+  clock_->advance(179s);
+  run(session_->settledStateIfKnown());
+  EXPECT_EQ(log_->linesContaining("re-navigating"), 0);
+
+  clock_->advance(1s);
+  std::function<asio::awaitable<bool>()> drive = [this]() -> asio::awaitable<bool> {
+    co_await session_->settledStateIfKnown();
+    co_return true;
+  };
+  run(session_->drivingThePage<bool>(std::move(drive)));
+  EXPECT_EQ(log_->linesContaining("re-navigating"), 0) << "never while a script drives the page";
+
+  run(session_->settledStateIfKnown());
+  EXPECT_EQ(log_->linesContaining("quarl: whatsapp web re-navigating — unreadable for 180s."), 1);
+  for (int i = 0; i < 50 && admin_.get("/admin/whatsapp").at("sessions").as_array().size() == loadsBefore; ++i) pause(100ms);
+  EXPECT_EQ(admin_.get("/admin/whatsapp").at("sessions").as_array().size(), loadsBefore + 1) << "the page was loaded again";
+}
+
+TEST_F(WhatsAppPageInWebKit, TheLinkKeptInCookiesSurvivesARestartOfTheHost) {
+  const auto before = admin_.get("/admin/whatsapp").at("sessions").as_array().size();
+  run(session_->load());
+  probeUntil(SessionState::needsLink());
+  session_.reset();
+  page_.reset();
+
+  page_ = std::make_shared<WebKitWhatsAppPage>(io_.get_executor(), folder_.path());
+  session_ = WhatsAppSession::create(io_.get_executor(), clock_, defaults_, page_);
+  run(session_->load());
+  probeUntil(SessionState::needsLink());
+  const auto sessions = admin_.get("/admin/whatsapp").at("sessions").as_array();
+  ASSERT_EQ(sessions.size(), before + 2);
+  EXPECT_EQ(sessions[before].as_string(), "") << "the first load had no cookie yet";
+  EXPECT_NE(sessions[before + 1].as_string(), "") << "the second presented the one the first was given";
+}
+
 }  // namespace
 }  // namespace quarl

@@ -4,6 +4,7 @@
 
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
+#include <boost/json/serialize.hpp>
 #include <cstdlib>
 
 #include "GtkThread_linux.h"
@@ -20,32 +21,24 @@ using ScriptResult = WhatsAppPage::ScriptResult;
 
 namespace {
 
-// A JSON value as a GVariant the page receives as the same JavaScript value. GVariant has no
-// null, so a null is handed over as an empty string.
-GVariant* variantOf(const json::value& value) {
-  switch (value.kind()) {
-    case json::kind::bool_: return g_variant_new_boolean(value.get_bool());
-    case json::kind::int64: return g_variant_new_double(static_cast<double>(value.get_int64()));
-    case json::kind::uint64: return g_variant_new_double(static_cast<double>(value.get_uint64()));
-    case json::kind::double_: return g_variant_new_double(value.get_double());
-    case json::kind::string: return g_variant_new_string(value.get_string().c_str());
-    case json::kind::null: return g_variant_new_string("");
-    case json::kind::array: {
-      GVariantBuilder builder;
-      g_variant_builder_init(&builder, G_VARIANT_TYPE("av"));
-      for (const auto& item : value.get_array()) g_variant_builder_add(&builder, "v", variantOf(item));
-      return g_variant_builder_end(&builder);
-    }
-    case json::kind::object: {
-      GVariantBuilder builder;
-      g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
-      for (const auto& [key, item] : value.get_object()) {
-        g_variant_builder_add(&builder, "{sv}", std::string(key).c_str(), variantOf(item));
-      }
-      return g_variant_builder_end(&builder);
-    }
+// The arguments as the page's bridge can carry them: it takes only numbers, strings and
+// dictionaries, so each argument travels as its JSON text, in a dictionary by name, and the
+// function's first lines turn each back into the value it was.
+struct BridgedCall {
+  std::string body;
+  GVariant* arguments;
+};
+
+BridgedCall bridged(const std::string& body, const json::object& arguments) {
+  std::string prologue;
+  GVariantBuilder builder;
+  g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
+  for (const auto& [name, value] : arguments) {
+    const std::string key(name);
+    g_variant_builder_add(&builder, "{sv}", key.c_str(), g_variant_new_string(json::serialize(value).c_str()));
+    prologue += key + " = JSON.parse(" + key + ");\n";
   }
-  return g_variant_new_string("");
+  return BridgedCall{prologue + body, g_variant_builder_end(&builder)};
 }
 
 // A script's value as the text the session reads: a string as it is, anything else as JSON.
@@ -119,8 +112,7 @@ struct WebKitView {
     auto* action = webkit_navigation_policy_decision_get_navigation_action(WEBKIT_NAVIGATION_POLICY_DECISION(decision));
     const std::string uri = webkit_uri_request_get_uri(webkit_navigation_action_get_request(action));
     if (type == WEBKIT_POLICY_DECISION_TYPE_NEW_WINDOW_ACTION) {
-      QuarlLog::say({{"quarl: whatsapp web asked for a new window (", false}, {uri, true},
-                     {") — refused: the page has one window, and it is WhatsApp's", false}});
+      logNewWindowRefused(uri);
       webkit_policy_decision_ignore(decision);
       return TRUE;
     }
@@ -132,6 +124,17 @@ struct WebKitView {
                    {" — refused: the page stays on WhatsApp", false}});
     webkit_policy_decision_ignore(decision);
     return TRUE;
+  }
+
+  static void logNewWindowRefused(const std::string& uri) {
+    QuarlLog::say({{"quarl: whatsapp web asked for a new window (", false}, {uri, true},
+                   {") — refused: the page has one window, and it is WhatsApp's", false}});
+  }
+
+  // window.open comes here without a policy decision: no view is made for it.
+  static GtkWidget* onCreate(WebKitWebView*, WebKitNavigationAction* action, gpointer) {
+    logNewWindowRefused(webkit_uri_request_get_uri(webkit_navigation_action_get_request(action)));
+    return nullptr;
   }
 
   static gboolean onPermissionRequest(WebKitWebView*, WebKitPermissionRequest* request, gpointer) {
@@ -202,6 +205,10 @@ struct WebKitView {
     webkit_settings_set_user_agent(settings, std::string(WhatsAppWeb::userAgent).c_str());
     // Xvfb has no GPU; software drawing also keeps a parked page cheap.
     webkit_settings_set_hardware_acceleration_policy(settings, WEBKIT_HARDWARE_ACCELERATION_POLICY_NEVER);
+    // Every new window the page asks for, with or without a click, reaches a refusal below and
+    // is logged, rather than some being dropped silently by the pop-up blocker.
+    webkit_settings_set_javascript_can_open_windows_automatically(settings, TRUE);
+    g_signal_connect(view, "create", G_CALLBACK(onCreate), this);
     g_signal_connect(view, "decide-policy", G_CALLBACK(onDecidePolicy), this);
     g_signal_connect(view, "permission-request", G_CALLBACK(onPermissionRequest), this);
 
@@ -354,9 +361,10 @@ asio::awaitable<ScriptResult> WebKitWhatsAppPage::evaluate(std::string script) {
 asio::awaitable<ScriptResult> WebKitWhatsAppPage::callAsync(std::string body, json::object arguments) {
   auto* view = view_.get();
   std::function<void(Answer<ScriptResult>)> work = [view, body, arguments](Answer<ScriptResult> answer) {
+    auto call = bridged(body, arguments);
     // In the page's own world (no world name): the fibres the scripts read are the page's objects.
     webkit_web_view_call_async_javascript_function(
-        view->view, body.c_str(), static_cast<gssize>(body.size()), variantOf(json::value(arguments)), nullptr, nullptr, nullptr,
+        view->view, call.body.c_str(), static_cast<gssize>(call.body.size()), call.arguments, nullptr, nullptr, nullptr,
         [](GObject* source, GAsyncResult* result, gpointer data) {
           GError* error = nullptr;
           auto* value = webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(source), result, &error);
