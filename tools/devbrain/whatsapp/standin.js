@@ -172,13 +172,14 @@
     const last = Math.min(chats.length, first + (state.visibleRows || 11));
     for (let i = first; i < last; i++) {
       const chat = chats[i];
+      const title = el('div', { class: 'title' }, [el('span', { title: chat.title, dir: 'auto', text: chat.title })]);
       const cell = el('div', { 'data-testid': state.markup === '2023' ? 'cell-frame-container' : null, class: 'cell' }, [
-        el('span', { title: chat.title, dir: 'auto', text: chat.title }),
+        title,
         el('span', { class: 'preview', dir: 'ltr', text: preview(chat) }),
         chat.unread ? el('span', { 'aria-label': chat.unread + ' unread messages', text: String(chat.unread) }) : null]);
       const row = el('div', { role: 'listitem', style: 'transform: translateY(' + i * 72 + 'px)' }, [cell]);
-      const inner = cell.querySelector('span');
-      hangFiber(state.markup === '2023' ? cell : inner, chat.fiberDepth !== undefined ? chat.fiberDepth : 3 + (i % 5),
+      // The chat model hangs off the cell where it has its test id, else off a div inside it.
+      hangFiber(state.markup === '2023' ? cell : title, chat.fiberDepth !== undefined ? chat.fiberDepth : 3 + (i % 5),
         { chat: chatModel(chat) });
       // A finger's press: WhatsApp opens a chat on mousedown, not on click.
       row.addEventListener('mousedown', function () { openConversation(chat.id); });
@@ -226,10 +227,16 @@
   function conversation(state) {
     const chat = state.chats.find(function (c) { return c.id === openChat; });
     if (!chat) return null;
+    // An update elsewhere leaves an open conversation's nodes as they are, as React does.
+    const drawn = JSON.stringify([state.markup, chat.messages]);
+    const before = document.querySelector('#main');
+    if (before && before.quarlChat === chat.id && before.quarlDrawn === drawn) return before;
     const main = el('div', { id: 'main' });
+    main.quarlChat = chat.id;
+    main.quarlDrawn = drawn;
     const header = el('header', {}, [el('span', {
       'data-testid': state.markup === '2023' ? 'conversation-info-header-chat-title' : null, dir: 'auto',
-      title: state.markup === '2026' ? null : chat.title, text: chat.title })]);
+      title: chat.title, text: chat.title })]);
     const rows = el('div', { class: 'rows', role: 'application' });
     main.appendChild(header);
     main.appendChild(rows);

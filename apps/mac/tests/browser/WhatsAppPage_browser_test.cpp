@@ -4,7 +4,9 @@
 #include <boost/json/parse.hpp>
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <thread>
 
 #include "CapturingLogSink.h"
@@ -21,6 +23,9 @@
 #include "WhatsAppSession.h"
 
 namespace quarl {
+namespace WhatsAppWeb {
+void PrintTo(const SessionState& state, std::ostream* out) { *out << describe(state); }
+}  // namespace WhatsAppWeb
 namespace {
 
 namespace asio = boost::asio;
@@ -84,6 +89,19 @@ class WhatsAppPageInWebKit : public ::testing::Test {
       pause(200ms);
     }
     return state;
+  }
+
+  // Loads the page again and waits for the new one's chat list.
+  void reloadUntilChats() {
+    if (!session_->hasNavigated()) {
+      run(session_->load());
+    } else {
+      evaluate("window.quarlBefore = true; 1");
+      run(session_->renavigate("a fresh page for the test"));
+    }
+    for (int i = 0; i < 100 && evaluate("String(!window.quarlBefore && !!document.querySelector('#pane-side'))") != "true"; ++i) {
+      pause(100ms);
+    }
   }
 
   std::string evaluate(const std::string& script) { return run(session_->evaluate(script)).value_or("(failed)"); }
@@ -251,6 +269,119 @@ TEST_F(WhatsAppPageInWebKit, TheLinkKeptInCookiesSurvivesARestartOfTheHost) {
   ASSERT_EQ(sessions.size(), before + 2);
   EXPECT_EQ(sessions[before].as_string(), "") << "the first load had no cookie yet";
   EXPECT_NE(sessions[before + 1].as_string(), "") << "the second presented the one the first was given";
+}
+
+// One chat with a message of every kind the helpers tell apart, and one whose messages are only
+// in its model, as a chat WhatsApp has not rendered.
+json::object helperChats() {
+  const std::string longText(200, 'w');
+  const json::array messages{
+      json::object{{"id", "3EB0A1"}, {"t", 1795000000}, {"body", "Hello :smile: there\nsecond line"}},
+      json::object{{"id", "3EB0A2"}, {"t", 1795000060}, {"fromMe", true}, {"quoted", "Hello there"}, {"body", "Hi back"}},
+      json::object{{"id", "3EB0A3"}, {"t", 1795000120}, {"body", longText}, {"collapsed", 40}},
+      json::object{{"id", "3EB0A4"}, {"t", 1795000180}, {"body", "unseen"}, {"clockOnly", true}},
+      json::object{{"id", "3EB0A5"}, {"t", 1795000240}, {"system", "Messages are end-to-end encrypted."}},
+      json::object{{"id", "3EB0A6"}, {"t", 1795000300}, {"type", "ciphertext"}},
+      json::object{{"id", "3EB0A7"}, {"t", 1795000360}, {"type", "image"}, {"mimetype", "image/png"}, {"size", 5},
+                   {"blob", "aGVsbG8="}, {"caption", "a picture"}},
+      json::object{{"id", "3EB0A8"}, {"t", 1795000420}, {"body", "Too deep"}, {"fiberDepth", 20}},
+  };
+  const json::array unrendered{
+      json::object{{"id", "3EB0B1"}, {"t", 1795000500}, {"body", "only in the model"}},
+      json::object{{"id", "3EB0B2"}, {"t", 1795000560}, {"type", "ciphertext"}},
+  };
+  return json::object{{"chats", json::array{
+      json::object{{"id", "447700900123@c.us"}, {"title", "Ada"}, {"messages", messages}},
+      json::object{{"id", "447700900456@c.us"}, {"title", "Grace"}, {"unread", 2}, {"messages", json::array{}},
+                   {"modelOnly", unrendered}}}}};
+}
+
+// Opens Ada's chat by a press on its row, settles it, harvests it, and peeks at Grace's.
+constexpr auto harvestBody = R"(
+  const press = (title) => document.querySelector('#pane-side span[title="' + title + '"]').closest('[role="listitem"]');
+  press('Ada').dispatchEvent(new MouseEvent('mousedown', { bubbles: true }));
+  while (!document.querySelector('#main')) await quarlSleep(50);
+  const state = quarlCounters();
+  const settled = await quarlSettle(document.querySelector('#main'), state);
+  const out = [];
+  await quarlHarvest(out, state, { left: budget }, 'ada');
+  quarlPeekChat(out, press('Grace'), 'grace', [], state);
+  const counters = {};
+  for (const [key, value] of Object.entries(state)) if (typeof value === 'number') counters[key] = value;
+  return JSON.stringify({ settled, out, counters, waiting: state.waitingTags, peeked: state.peeked,
+    jids: ['447700900123@c.us', '120363025@g.us', '1234@c.us', '447700900123-1612345678@g.us', 'x@lid', 12].map(quarlJid) });
+)";
+
+TEST_F(WhatsAppPageInWebKit, TheHelpersReadEveryKindOfMessageInEveryDatedMarkup) {
+  admin_.post("/admin/whatsapp/chats", helperChats());
+  for (const auto* markup : {"2023", "2025", "2026"}) {
+    SCOPED_TRACE(markup);
+    admin_.post("/admin/whatsapp/screen",
+                json::object{{"screen", "linked"}, {"markup", markup}, {"rowsPerFrame", 2}, {"frameMs", 120}});
+    reloadUntilChats();
+    ASSERT_EQ(run(session_->refreshState()), SessionState::linked());
+    const auto body = std::string(WhatsAppWeb::pageHelpersScript()) + harvestBody;
+    const auto report = run(session_->evaluateReporting(body, json::object{{"budget", 1000}}, std::nullopt));
+    ASSERT_TRUE(report.answer) << report.failure.value_or("");
+    const auto read = json::parse(*report.answer).as_object();
+    const auto& counters = read.at("counters").as_object();
+    EXPECT_EQ(read.at("settled").as_int64(), 8) << "every row, though they came over several frames";
+
+    std::map<std::string, json::object> byId;
+    for (const auto& record : read.at("out").as_array()) {
+      const auto id = std::string(record.at("id").as_string());
+      byId[id.substr(id.rfind('_') == std::string::npos || id.size() < 7 ? 0 : id.find("3EB0"), 6)] = record.as_object();
+    }
+    EXPECT_EQ(byId["3EB0A1"].at("text"), "Hello 😄 there\nsecond line") << "emoji keep their text, breaks their line";
+    EXPECT_EQ(byId["3EB0A1"].at("fromMe"), false);
+    EXPECT_EQ(byId["3EB0A1"].at("conv"), "447700900123@c.us");
+    EXPECT_EQ(byId["3EB0A1"].at("title"), "Ada");
+    EXPECT_EQ(byId["3EB0A2"].at("text"), "Hi back") << "a swipe reply's quote is not its text";
+    EXPECT_EQ(byId["3EB0A3"].at("text").as_string().size(), 200u) << "a collapsed bubble is read whole from its model";
+    EXPECT_EQ(byId["3EB0A7"].at("text"), "a picture");
+    EXPECT_EQ(byId["3EB0A7"].at("bytes").at("b64"), "aGVsbG8=") << "the file, from its blob: URL";
+    EXPECT_EQ(byId.count("3EB0A4"), 0u) << "a clock is never a message's words";
+    EXPECT_EQ(byId.count("3EB0A5"), 0u) << "a system line is no message";
+    EXPECT_EQ(byId.count("3EB0A6"), 0u) << "an undecrypted row's placeholder is no message";
+    EXPECT_EQ(counters.at("clockAsText").as_int64(), 1);
+    EXPECT_EQ(counters.at("systemLines").as_int64(), 1);
+    EXPECT_EQ(counters.at("ciphertextRows").as_int64(), 1);
+    EXPECT_EQ(counters.at("collapsedRepaired").as_int64(), 1);
+    EXPECT_EQ(counters.at("mediaBytes").as_int64(), 1);
+    // A model too far up the fibres is not found. The older markups still tell the direction
+    // from the row (its tail, or its legacy id read later); a bare id in the newest cannot.
+    if (std::string_view(markup) == "2026") {
+      EXPECT_EQ(byId.count("3EB0A8"), 0u);
+      EXPECT_EQ(counters.at("noDirection").as_int64(), 1);
+    } else {
+      ASSERT_EQ(byId.count("3EB0A8"), 1u);
+      EXPECT_EQ(byId["3EB0A8"].at("text"), "Too deep");
+      EXPECT_EQ(byId["3EB0A8"].at("t"), nullptr) << "the time is the model's, which was not found";
+      if (std::string_view(markup) == "2023") {
+        EXPECT_EQ(byId["3EB0A8"].at("fromMe"), false);
+      }
+    }
+    EXPECT_EQ(byId["3EB0B1"].at("text"), "only in the model");
+    EXPECT_EQ(byId["3EB0B1"].at("peek"), true);
+    EXPECT_EQ(counters.at("peekWaiting").as_int64(), 1);
+    EXPECT_EQ(read.at("peeked"), json::array{"grace"});
+    EXPECT_EQ(read.at("jids"), (json::array{"447700900123@c.us", "120363025@g.us", nullptr, "447700900123-1612345678@g.us",
+                                            nullptr, nullptr}));
+  }
+  const auto opened = admin_.get("/admin/whatsapp").at("opened").as_array();
+  EXPECT_EQ(std::count(opened.begin(), opened.end(), json::value("447700900456@c.us")), 0) << "a peek never opens a chat";
+  EXPECT_EQ(std::count(opened.begin(), opened.end(), json::value("447700900123@c.us")), 3);
+
+  admin_.post("/admin/whatsapp/screen", json::object{{"markup", "2026"}});
+  reloadUntilChats();
+  const auto body = std::string(WhatsAppWeb::pageHelpersScript()) + harvestBody;
+  const auto report = run(session_->evaluateReporting(body, json::object{{"budget", 2}}, std::nullopt));
+  ASSERT_TRUE(report.answer) << report.failure.value_or("");
+  const auto overBudget = json::parse(*report.answer);
+  for (const auto& record : overBudget.at("out").as_array()) {
+    if (record.at("id") != "3EB0A7") continue;
+    EXPECT_EQ(record.at("bytes").at("note"), "over this pass's transfer budget — it will be read on a later pass");
+  }
 }
 
 }  // namespace
