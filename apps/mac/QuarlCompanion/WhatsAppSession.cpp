@@ -184,6 +184,12 @@ asio::awaitable<std::optional<SessionState>> WhatsAppSession::settledStateIfKnow
   co_return settled_;
 }
 
+asio::awaitable<std::optional<std::string>> WhatsAppSession::savePicture(std::string path) {
+  const bool hosted = co_await opened();
+  if (!hosted) co_return unavailable_.value_or(std::string(switchedOff));
+  co_return co_await page_->savePicture(std::move(path));
+}
+
 asio::awaitable<std::optional<std::string>> WhatsAppSession::evaluate(std::string script) {
   const bool hosted = co_await opened();
   if (!hosted) co_return std::nullopt;

@@ -73,6 +73,9 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   }
   bool isDriving() const { return driving_; }
 
+  // Saves a picture of the page as a PNG at `path`; the sentence of a failure, or none.
+  boost::asio::awaitable<std::optional<std::string>> savePicture(std::string path);
+
   // A synchronous script's answer; none when it failed, which is logged.
   boost::asio::awaitable<std::optional<std::string>> evaluate(std::string script);
   // An asynchronous script with named arguments. Given a limit, a script that has not answered

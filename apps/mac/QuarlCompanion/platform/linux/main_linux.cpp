@@ -6,12 +6,16 @@
 //                             stops the operator run of the running host, as the menu does on a Mac
 //   quarl-companion operator on|off
 //                             switches operator mode, in the running host or for its next start
+//   quarl-companion whatsapp-link
+//                             switches WhatsApp on and links it: prints each QR code WhatsApp Web
+//                             shows (and saves a picture of the page) until a phone scans it
 //   quarl-companion extract-text DEVICE INODE BORN PATH
 //                             the text of one found document, as JSON; the host runs it as a child
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <boost/asio/this_coro.hpp>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -34,6 +38,7 @@
 #include "SettingsStore_linux.h"
 #include "StopHotKey_linux.h"
 #include "StoreWatcher_linux.h"
+#include "TerminalQr_linux.h"
 #include "WhatsAppPage_linux.h"
 #include "platform/HostIdentity.h"
 
@@ -50,10 +55,42 @@ asio::awaitable<int> runOnce(std::shared_ptr<Companion> companion) {
       co_return 1;
     }
   } else {
+    // One run must be able to read and send WhatsApp: the page gets its chance to settle first.
+    if (companion->whatsapp().isEnabled()) co_await companion->whatsapp().settledState();
     co_await companion->guardedTick();
   }
   co_await companion->guardedRelayPass();
   co_return 0;
+}
+
+// How long `whatsapp-link` waits for a phone to scan a code.
+constexpr std::chrono::seconds linkBound{300};
+
+asio::awaitable<void> savePictureOfCode(std::shared_ptr<Companion> companion, std::string path) {
+  auto failure = co_await companion->whatsapp().savePicture(path);
+  if (failure) {
+    std::cout << *failure << std::endl;
+  } else {
+    std::cout << "A picture of the page is at " << path << std::endl;
+  }
+}
+
+// Prints every code WhatsApp Web shows until the page reads linked or the bound passes.
+asio::awaitable<int> linkWhatsApp(std::shared_ptr<Companion> companion, std::filesystem::path picture) {
+  const auto executor = co_await asio::this_coro::executor;
+  std::function<void(const std::string&)> shown = [companion, picture, executor](const std::string& code) {
+    const auto drawn = terminalQr(code);
+    std::cout << "\nScan this with WhatsApp on your phone (Settings, Linked devices, Link a device):\n"
+              << drawn.value_or("(this code could not be drawn here; open the picture below)\n") << std::flush;
+    asio::co_spawn(executor, savePictureOfCode(companion, picture.string()), asio::detached);
+  };
+  const auto state = co_await companion->linkWhatsApp(linkBound, std::move(shown));
+  if (WhatsAppWeb::isSettled(state)) {
+    std::cout << "WhatsApp is linked" << std::endl;
+    co_return 0;
+  }
+  std::cout << "WhatsApp is not linked: " << WhatsAppWeb::describe(state) << std::endl;
+  co_return 1;
 }
 
 asio::awaitable<void> runUntilStopped(std::shared_ptr<Companion> companion, int* exitCode) {
@@ -152,9 +189,10 @@ int main(int argc, char** argv) {
   const std::string_view choice = argc > 2 ? argv[2] : "";
   if (command == "extract-text") return extractTextCommand(argc, argv);
   const bool switching = command == "operator" && argc == 3 && (choice == "on" || choice == "off");
-  const bool known = command.empty() || command == "--once" || command == "sign-out" || command == "operator-stop";
+  const bool known = command.empty() || command == "--once" || command == "sign-out" || command == "operator-stop" ||
+                     command == "whatsapp-link";
   if (!switching && (argc > 2 || !known)) {
-    std::cerr << "usage: quarl-companion [--once | sign-out | operator-stop | operator on|off]" << std::endl;
+    std::cerr << "usage: quarl-companion [--once | sign-out | operator-stop | operator on|off | whatsapp-link]" << std::endl;
     return 2;
   }
   if (command == "operator-stop") return stopOperatorRun();
@@ -180,12 +218,25 @@ int main(int argc, char** argv) {
   std::string refusal;
   const auto lock = InstanceLock::take(directory, refusal);
   if (!lock) {
+    if (command == "whatsapp-link") {
+      std::cerr << "Quarl is running on this computer and holds WhatsApp's page, so this copy cannot link it. Quit Quarl "
+                   "and run this again."
+                << std::endl;
+      return 1;
+    }
     std::cerr << refusal << std::endl;
     return 1;
   }
   auto companion = makeCompanion();
 
   int exitCode = 0;
+  if (command == "whatsapp-link") {
+    asio::co_spawn(io, linkWhatsApp(companion, directory / "whatsapp-link.png"),
+                   [&](std::exception_ptr, int code) { exitCode = code; io.stop(); });
+    io.run();
+    return exitCode;
+  }
+
   if (command == "--once") {
     asio::co_spawn(io, runOnce(companion), [&](std::exception_ptr, int code) { exitCode = code; });
     io.run();
