@@ -75,6 +75,14 @@ std::unique_ptr<Answer<T>> taken(gpointer data) {
   return std::unique_ptr<Answer<T>>(static_cast<Answer<T>*>(data));
 }
 
+// The completion of either kind of script: hands its value, or its failure, to the answer held.
+template <JSCValue* (*finish)(WebKitWebView*, GAsyncResult*, GError**)>
+void scriptFinished(GObject* source, GAsyncResult* result, gpointer data) {
+  GError* error = nullptr;
+  auto* value = finish(WEBKIT_WEB_VIEW(source), result, &error);
+  (*taken<ScriptResult>(data))(resultOf(value, error));
+}
+
 std::string permissionName(WebKitPermissionRequest* request) {
   if (WEBKIT_IS_NOTIFICATION_PERMISSION_REQUEST(request)) return "to show notifications";
   if (WEBKIT_IS_USER_MEDIA_PERMISSION_REQUEST(request)) return "for the camera or microphone";
@@ -348,12 +356,7 @@ asio::awaitable<ScriptResult> WebKitWhatsAppPage::evaluate(std::string script) {
   std::function<void(Answer<ScriptResult>)> work = [view, script](Answer<ScriptResult> answer) {
     webkit_web_view_evaluate_javascript(
         view->view, script.c_str(), static_cast<gssize>(script.size()), nullptr, nullptr, nullptr,
-        [](GObject* source, GAsyncResult* result, gpointer data) {
-          GError* error = nullptr;
-          auto* value = webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), result, &error);
-          (*taken<ScriptResult>(data))(resultOf(value, error));
-        },
-        holding(std::move(answer)));
+        scriptFinished<webkit_web_view_evaluate_javascript_finish>, holding(std::move(answer)));
   };
   co_return co_await gtk_->ask<ScriptResult>(std::move(work));
 }
@@ -365,12 +368,7 @@ asio::awaitable<ScriptResult> WebKitWhatsAppPage::callAsync(std::string body, js
     // In the page's own world (no world name): the fibres the scripts read are the page's objects.
     webkit_web_view_call_async_javascript_function(
         view->view, call.body.c_str(), static_cast<gssize>(call.body.size()), call.arguments, nullptr, nullptr, nullptr,
-        [](GObject* source, GAsyncResult* result, gpointer data) {
-          GError* error = nullptr;
-          auto* value = webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(source), result, &error);
-          (*taken<ScriptResult>(data))(resultOf(value, error));
-        },
-        holding(std::move(answer)));
+        scriptFinished<webkit_web_view_call_async_javascript_function_finish>, holding(std::move(answer)));
   };
   co_return co_await gtk_->ask<ScriptResult>(std::move(work));
 }
