@@ -1,5 +1,6 @@
 #include "WhatsAppSessionState.h"
 
+#include <boost/algorithm/string/trim_all.hpp>
 #include <boost/json/parse.hpp>
 #include <boost/url/parse.hpp>
 
@@ -14,6 +15,9 @@ constexpr std::string_view evictedSentence =
     "WhatsApp Web is open somewhere else — it allows one web session at a time. Close WhatsApp in your browser and "
     "Quarl takes it back.";
 constexpr std::string_view unreadableSentence = "the page returned nothing this build could read";
+
+// A page's text, told in log lines and the heartbeat's blocked reason, as one line.
+std::string oneLine(const std::string& text) { return boost::algorithm::trim_fill_copy(text, " "); }
 
 struct Origin {
   std::string scheme, host, port;
@@ -82,9 +86,9 @@ SessionState readSessionState(std::string_view answer) {
   if (name == "needsLink") return SessionState::needsLink();
   if (name == "syncing") return SessionState::syncing();
   if (name == "evicted") return SessionState::unrecognised(std::string(evictedSentence));
-  const auto title = stringOf(*object, "title").value_or("");
+  const auto title = oneLine(stringOf(*object, "title").value_or(""));
   return SessionState::unrecognised("title=" + (title.empty() ? std::string("(none)") : title) + " — " +
-                                    stringOf(*object, "sample").value_or(""));
+                                    oneLine(stringOf(*object, "sample").value_or("")));
 }
 
 }  // namespace quarl::WhatsAppWeb

@@ -43,6 +43,8 @@ TEST(WhatsAppWeb, TheLatchAndTheChannelFollowOnlyWhatProvesTheLinkAndTheProbeIsR
   EXPECT_EQ(describe(readSessionState(R"({"state":"unrecognised","title":"Error","sample":"Something went wrong"})")),
             "unrecognised — title=Error — Something went wrong");
   EXPECT_EQ(readSessionState(R"({"state":"unrecognised","sample":"blank"})"), SessionState::unrecognised("title=(none) — blank"));
+  EXPECT_EQ(readSessionState(R"({"state":"unrecognised","title":"Whats\nApp ","sample":"\n  Loading\n\tchats  "})"),
+            SessionState::unrecognised("title=Whats App — Loading chats"));
   for (const auto* nothing : {"", "null", "[]", R"({"state":3})", R"({"status":"linked"})", "linked"}) {
     EXPECT_EQ(readSessionState(nothing), SessionState::unrecognised("the page returned nothing this build could read")) << nothing;
   }
