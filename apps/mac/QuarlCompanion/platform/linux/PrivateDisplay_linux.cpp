@@ -33,7 +33,8 @@ bool onPath(const std::string& program) {
   return false;
 }
 
-// Starts `argv` with `keepOpen` inherited; the child ends when the thread that started it does.
+// Starts `argv` with `keepOpen` inherited and no other descriptor of this process: a server that
+// outlives a connection it inherited would keep that connection open for its peer.
 pid_t spawn(const std::vector<std::string>& argv, int keepOpen) {
   std::vector<char*> args;
   for (const auto& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
@@ -41,7 +42,13 @@ pid_t spawn(const std::vector<std::string>& argv, int keepOpen) {
   const pid_t child = ::fork();
   if (child != 0) return child;
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (keepOpen >= 0) ::fcntl(keepOpen, F_SETFD, 0);
+  if (keepOpen > STDERR_FILENO) {
+    ::close_range(STDERR_FILENO + 1, keepOpen - 1, 0);
+    ::close_range(keepOpen + 1, ~0U, 0);
+    ::fcntl(keepOpen, F_SETFD, 0);
+  } else {
+    ::close_range(STDERR_FILENO + 1, ~0U, 0);
+  }
   const int devnull = ::open("/dev/null", O_RDWR);
   ::dup2(devnull, STDIN_FILENO);
   ::dup2(devnull, STDOUT_FILENO);
