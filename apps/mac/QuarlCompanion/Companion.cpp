@@ -230,8 +230,8 @@ asio::awaitable<void> Companion::captureWhatsApp() {
   co_await whatsapp_->refreshState();
 }
 
-asio::awaitable<WhatsAppWeb::SessionState> Companion::linkWhatsApp(std::chrono::seconds bound,
-                                                                   std::function<void(const std::string&)> codeShown) {
+asio::awaitable<WhatsAppWeb::SessionState> Companion::linkWhatsApp(
+    std::chrono::seconds bound, std::function<asio::awaitable<void>(std::string code)> codeShown) {
   co_await whatsapp_->showForLinking();
   const auto deadline = parts_.clock->now() + bound;
   std::string shown;
@@ -242,7 +242,7 @@ asio::awaitable<WhatsAppWeb::SessionState> Companion::linkWhatsApp(std::chrono::
       const auto code = co_await whatsapp_->evaluate(std::move(script));
       if (code && !code->empty() && *code != shown) {
         shown = *code;
-        codeShown(shown);
+        co_await codeShown(shown);
       }
     }
     co_await parts_.clock->sleep(WhatsAppWeb::settlePollInterval);

@@ -83,9 +83,10 @@ class Companion : public std::enable_shared_from_this<Companion> {
 
   // The menu's "Link WhatsApp…": shows the page with its QR code until a phone has linked it,
   // or until `bound` has passed; then parks the page again. `codeShown` is told each QR payload
-  // the page shows, the first and every rotation. The page's state at the end.
-  boost::asio::awaitable<WhatsAppWeb::SessionState> linkWhatsApp(std::chrono::seconds bound,
-                                                                 std::function<void(const std::string&)> codeShown);
+  // the page shows, the first and every rotation, and is awaited before the page is read again.
+  // The page's state at the end.
+  boost::asio::awaitable<WhatsAppWeb::SessionState> linkWhatsApp(
+      std::chrono::seconds bound, std::function<boost::asio::awaitable<void>(std::string code)> codeShown);
   WhatsAppSession& whatsapp() { return *whatsapp_; }
 
   const CompanionState& state() const { return state_; }

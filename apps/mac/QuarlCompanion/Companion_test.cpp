@@ -21,6 +21,8 @@ namespace {
 namespace asio = boost::asio;
 using namespace std::chrono_literals;
 
+asio::awaitable<void> nothingMore() { co_return; }
+
 class CompanionWithManualClock : public ::testing::Test {
  protected:
   ~CompanionWithManualClock() override { QuarlLog::install(nullptr); }
@@ -142,7 +144,10 @@ TEST_F(CompanionWithManualClock, LinkingShowsEachCodeTheScreenRotatesToAndParksT
                          R"({"state":"syncing"})"};
   page_->linkCode = "2@first-code";
   std::vector<std::string> shown;
-  auto linked = asio::co_spawn(io_, coordinator->linkWhatsApp(60s, [&](const std::string& code) { shown.push_back(code); }),
+  auto linked = asio::co_spawn(io_, coordinator->linkWhatsApp(60s, [&](std::string code) {
+                                 shown.push_back(code);
+                                 return nothingMore();
+                               }),
                                asio::use_future);
   runReady();
   pass(1s);
@@ -157,7 +162,7 @@ TEST_F(CompanionWithManualClock, LinkingShowsEachCodeTheScreenRotatesToAndParksT
   EXPECT_TRUE(defaults_->boolean(keys::whatsappHostsSession).value_or(false));
 
   page_->probeAnswer = R"({"state":"needsLink"})";
-  auto unanswered = asio::co_spawn(io_, coordinator->linkWhatsApp(5s, [](const std::string&) {}), asio::use_future);
+  auto unanswered = asio::co_spawn(io_, coordinator->linkWhatsApp(5s, [](std::string) { return nothingMore(); }), asio::use_future);
   runReady();
   pass(5s);
   ASSERT_EQ(unanswered.wait_for(0s), std::future_status::ready);

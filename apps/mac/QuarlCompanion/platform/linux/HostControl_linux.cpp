@@ -1,5 +1,6 @@
 #include "HostControl_linux.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
@@ -10,6 +11,7 @@
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/read_until.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/streambuf.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
@@ -56,6 +58,49 @@ struct HostControl::Listener {
 
 namespace {
 
+// What a long command says, written to the terminal that asked in the order it was said, while
+// the command goes on: a terminal that reads slowly or has gone away never holds the command up.
+struct SpokenLines {
+  explicit SpokenLines(local::socket connection) : socket(std::move(connection)), wake(socket.get_executor()) {
+    wake.expires_at(asio::steady_timer::time_point::max());
+  }
+  local::socket socket;
+  asio::steady_timer wake;
+  std::string unwritten;
+  bool finished = false;
+  bool gone = false;
+};
+
+asio::awaitable<void> writeAsSpoken(std::shared_ptr<SpokenLines> lines) {
+  while (!lines->finished || !lines->unwritten.empty()) {
+    if (lines->unwritten.empty()) {
+      co_await lines->wake.async_wait(tuple);
+      continue;
+    }
+    std::string writing;
+    writing.swap(lines->unwritten);
+    auto [error, written] = co_await asio::async_write(lines->socket, asio::buffer(writing), tuple);
+    if (error) {
+      lines->gone = true;
+      co_return;
+    }
+  }
+}
+
+asio::awaitable<void> answerLineByLine(local::socket socket, HostControl::Commands commands) {
+  auto lines = std::make_shared<SpokenLines>(std::move(socket));
+  asio::co_spawn(lines->socket.get_executor(), writeAsSpoken(lines), asio::detached);
+  std::function<void(const std::string&)> say = [lines](const std::string& text) {
+    if (lines->gone) return;
+    lines->unwritten += text;
+    if (text.empty() || text.back() != '\n') lines->unwritten += '\n';
+    lines->wake.cancel();
+  };
+  co_await commands.linkWhatsApp(std::move(say));
+  lines->finished = true;
+  lines->wake.cancel();
+}
+
 asio::awaitable<void> answerOne(local::socket socket, HostControl::Commands commands) {
   asio::streambuf request(longestCommand);
   auto [readError, read] = co_await asio::async_read_until(socket, request, '\n', tuple);
@@ -63,6 +108,10 @@ asio::awaitable<void> answerOne(local::socket socket, HostControl::Commands comm
   std::istream stream(&request);
   std::string command;
   std::getline(stream, command);
+  if (command == "whatsapp-link" && commands.linkWhatsApp) {
+    co_await answerLineByLine(std::move(socket), std::move(commands));
+    co_return;
+  }
   const auto answer = answerTo(command, commands) + "\n";
   co_await asio::async_write(socket, asio::buffer(answer), tuple);
 }
@@ -72,6 +121,8 @@ asio::awaitable<void> acceptAll(std::shared_ptr<HostControl::Listener> listener,
   for (;;) {
     auto [error, socket] = co_await listener->acceptor.async_accept(tuple);
     if (error) co_return;
+    // A child started while a command streams its answer must not hold the connection open.
+    ::fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
     asio::co_spawn(listener->acceptor.get_executor(), answerOne(std::move(socket), commands), asio::detached);
   }
 }
@@ -117,19 +168,33 @@ std::optional<std::string> HostControl::listen() {
 }
 
 std::optional<std::string> HostControl::ask(const std::filesystem::path& socket, const std::string& command) {
+  std::string reply;
+  askLineByLine(socket, command, [&reply](const std::string& line) { reply += (reply.empty() ? "" : "\n") + line; });
+  if (reply.empty()) return std::nullopt;
+  return reply;
+}
+
+std::optional<std::string> HostControl::askLineByLine(const std::filesystem::path& socket, const std::string& command,
+                                                      const std::function<void(const std::string&)>& line) {
   if (!fitsSocketAddress(socket)) return std::nullopt;
   asio::io_context io;
   local::socket connection(io);
   boost::system::error_code error;
   connection.connect(local::endpoint(socket.string()), error);
   if (error) return std::nullopt;
-  const auto line = command + "\n";
-  asio::write(connection, asio::buffer(line), error);
-  std::string reply;
-  if (!error) asio::read(connection, asio::dynamic_buffer(reply), error);
-  while (!reply.empty() && reply.back() == '\n') reply.pop_back();
-  if (reply.empty()) return std::nullopt;
-  return reply;
+  asio::write(connection, asio::buffer(command + "\n"), error);
+  std::optional<std::string> last;
+  std::string received;
+  while (!error) {
+    const auto length = asio::read_until(connection, asio::dynamic_buffer(received), '\n', error);
+    // The host closing the connection ends the answer; a last line without its newline still counts.
+    const auto end = error ? received.size() : length - 1;
+    if (end == 0 && error) break;
+    last = received.substr(0, end);
+    line(*last);
+    received.erase(0, error ? received.size() : length);
+  }
+  return last;
 }
 
 }  // namespace quarl

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/awaitable.hpp>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -14,7 +15,8 @@ namespace quarl {
 // Unix socket, for the owner only, in the config folder. They are the headless host's "Stop
 // operating this Mac" menu entry, its operator switch and its sign-out, carried out by the host
 // that holds the session in memory. The host's side runs on the main executor; each command is
-// one line, each answer one sentence.
+// one line, each answer one sentence, except `whatsapp-link`, whose answer is every line the
+// linking says until it ends, since only the running host may own WhatsApp's page.
 class HostControl {
  public:
   struct Commands {
@@ -24,6 +26,8 @@ class HostControl {
     std::function<bool(bool on)> allow;
     // Forgets this computer's credentials.
     std::function<void()> signOut;
+    // Links WhatsApp, handing each piece of its progress to `say` as it happens.
+    std::function<boost::asio::awaitable<void>(std::function<void(const std::string&)> say)> linkWhatsApp;
   };
 
   static std::filesystem::path socketPath(const std::filesystem::path& configDirectory);
@@ -40,6 +44,10 @@ class HostControl {
   // The command's side: sends `command` ("stop", "on", "off" or "sign-out") to the running host. Its
   // sentence, or none when no host answers.
   static std::optional<std::string> ask(const std::filesystem::path& socket, const std::string& command);
+  // Sends `command` and hands each line of the answer to `line` as it arrives, until the host
+  // closes the connection; the last line, or none when no host answers.
+  static std::optional<std::string> askLineByLine(const std::filesystem::path& socket, const std::string& command,
+                                                  const std::function<void(const std::string&)>& line);
 
   struct Listener;  // the listening socket, shared with the loop that answers on it
 

@@ -8,7 +8,8 @@
 //                             switches operator mode, in the running host or for its next start
 //   quarl-companion whatsapp-link
 //                             switches WhatsApp on and links it: prints each QR code WhatsApp Web
-//                             shows (and saves a picture of the page) until a phone scans it
+//                             shows (and saves a picture of the page) until a phone scans it, through
+//                             the running host when one runs
 //   quarl-companion extract-text DEVICE INODE BORN PATH
 //                             the text of one found document, as JSON; the host runs it as a child
 #include <boost/asio/co_spawn.hpp>
@@ -65,32 +66,57 @@ asio::awaitable<int> runOnce(std::shared_ptr<Companion> companion) {
 
 // How long `whatsapp-link` waits for a phone to scan a code.
 constexpr std::chrono::seconds linkBound{300};
+// The last line of a linking that worked; a terminal that asked the running host ends with 0 on it.
+constexpr std::string_view linkedSentence = "WhatsApp is linked";
 
-asio::awaitable<void> savePictureOfCode(std::shared_ptr<Companion> companion, std::string path) {
-  auto failure = co_await companion->whatsapp().savePicture(path);
-  if (failure) {
-    std::cout << *failure << std::endl;
-  } else {
-    std::cout << "A picture of the page is at " << path << std::endl;
-  }
+using Say = std::function<void(const std::string&)>;
+
+void sayOnTerminal(const std::string& text) {
+  std::cout << text;
+  if (text.empty() || text.back() != '\n') std::cout << '\n';
+  std::cout << std::flush;
 }
 
-// Prints every code WhatsApp Web shows until the page reads linked or the bound passes.
-asio::awaitable<int> linkWhatsApp(std::shared_ptr<Companion> companion, std::filesystem::path picture) {
-  const auto executor = co_await asio::this_coro::executor;
-  std::function<void(const std::string&)> shown = [companion, picture, executor](const std::string& code) {
-    const auto drawn = terminalQr(code);
-    std::cout << "\nScan this with WhatsApp on your phone (Settings, Linked devices, Link a device):\n"
-              << drawn.value_or("(this code could not be drawn here; open the picture below)\n") << std::flush;
-    asio::co_spawn(executor, savePictureOfCode(companion, picture.string()), asio::detached);
+asio::awaitable<void> showCode(std::shared_ptr<Companion> companion, std::filesystem::path picture, Say say,
+                               std::string code) {
+  say("\nScan this with WhatsApp on your phone (Settings, Linked devices, Link a device):\n" +
+      terminalQr(code).value_or("(this code could not be drawn here; open the picture below)\n"));
+  const auto failure = co_await companion->whatsapp().savePicture(picture.string());
+  say(failure ? *failure : "A picture of the page is at " + picture.string());
+}
+
+// Says every code WhatsApp Web shows until the page reads linked or the bound passes; whether it did.
+asio::awaitable<bool> linkWhatsApp(std::shared_ptr<Companion> companion, std::filesystem::path picture, Say say) {
+  std::function<asio::awaitable<void>(std::string)> shown = [companion, picture, say](std::string code) {
+    return showCode(companion, picture, say, std::move(code));
   };
   const auto state = co_await companion->linkWhatsApp(linkBound, std::move(shown));
-  if (WhatsAppWeb::isSettled(state)) {
-    std::cout << "WhatsApp is linked" << std::endl;
-    co_return 0;
+  const bool linked = WhatsAppWeb::isSettled(state);
+  say(linked ? std::string(linkedSentence) : "WhatsApp is not linked: " + WhatsAppWeb::describe(state));
+  co_return linked;
+}
+
+// The running host links for a terminal that asks; one terminal at a time, since there is one page.
+asio::awaitable<void> linkForTerminal(std::shared_ptr<Companion> companion, std::filesystem::path picture, Say say,
+                                      std::shared_ptr<bool> linking) {
+  if (*linking) {
+    say("WhatsApp is already being linked from another terminal: scan the code shown there.");
+    co_return;
   }
-  std::cout << "WhatsApp is not linked: " << WhatsAppWeb::describe(state) << std::endl;
-  co_return 1;
+  *linking = true;
+  co_await linkWhatsApp(std::move(companion), std::move(picture), std::move(say));
+  *linking = false;
+}
+
+int linkThroughRunningHost(const std::filesystem::path& socket) {
+  const auto last = HostControl::askLineByLine(socket, "whatsapp-link", sayOnTerminal);
+  if (!last) {
+    std::cerr << "Quarl is running on this computer but did not answer, so WhatsApp was not linked. Quit it and run "
+                 "this again."
+              << std::endl;
+    return 1;
+  }
+  return *last == linkedSentence ? 0 : 1;
 }
 
 asio::awaitable<void> runUntilStopped(std::shared_ptr<Companion> companion, int* exitCode) {
@@ -218,12 +244,8 @@ int main(int argc, char** argv) {
   std::string refusal;
   const auto lock = InstanceLock::take(directory, refusal);
   if (!lock) {
-    if (command == "whatsapp-link") {
-      std::cerr << "Quarl is running on this computer and holds WhatsApp's page, so this copy cannot link it. Quit Quarl "
-                   "and run this again."
-                << std::endl;
-      return 1;
-    }
+    // Only the running host may own WhatsApp's page, so it links for this terminal.
+    if (command == "whatsapp-link") return linkThroughRunningHost(HostControl::socketPath(directory));
     std::cerr << refusal << std::endl;
     return 1;
   }
@@ -231,8 +253,11 @@ int main(int argc, char** argv) {
 
   int exitCode = 0;
   if (command == "whatsapp-link") {
-    asio::co_spawn(io, linkWhatsApp(companion, directory / "whatsapp-link.png"),
-                   [&](std::exception_ptr, int code) { exitCode = code; io.stop(); });
+    asio::co_spawn(io, linkWhatsApp(companion, directory / "whatsapp-link.png", sayOnTerminal),
+                   [&](std::exception_ptr, bool linked) {
+                     exitCode = linked ? 0 : 1;
+                     io.stop();
+                   });
     io.run();
     return exitCode;
   }
@@ -245,7 +270,11 @@ int main(int argc, char** argv) {
   HostControl control(io.get_executor(), HostControl::socketPath(directory),
                       {[&companion] { return companion->stopOperating(); },
                        [&companion](bool on) { return companion->setOperatorAllowed(on); },
-                       [&companion] { companion->signOut(); }});
+                       [&companion] { companion->signOut(); },
+                       [&companion, picture = directory / "whatsapp-link.png",
+                        linking = std::make_shared<bool>(false)](Say say) {
+                         return linkForTerminal(companion, picture, std::move(say), linking);
+                       }});
   if (auto refusal = control.listen()) QuarlLog::say("quarl: commands will not reach this host — " + *refusal);
   asio::signal_set signals(io, SIGINT, SIGTERM);
   signals.async_wait([&](const boost::system::error_code& error, int) {

@@ -1,0 +1,118 @@
+#include <boost/json/parse.hpp>
+#include <boost/process/args.hpp>
+#include <boost/process/child.hpp>
+#include <boost/process/io.hpp>
+#include <gmock/gmock.h>
+#include <csignal>
+
+#include "DevBrainAdmin.h"
+#include "FileContents.h"
+#include "HostHome.h"
+#include "MessagesStore.h"
+#include "TerminalQrReading.h"
+
+namespace quarl {
+namespace {
+
+namespace bp = boost::process;
+namespace json = boost::json;
+using namespace std::chrono_literals;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+
+// What a terminal running `quarl-companion whatsapp-link` reads, line by line as the host says it.
+class LinkingTerminal {
+ public:
+  explicit LinkingTerminal(const bp::environment& environment)
+      : process_(QUARL_COMPANION_PATH, bp::args({"whatsapp-link"}), environment, bp::std_out > output_,
+                 bp::std_err > bp::null) {}
+
+  // The next QR code drawn, with the lines that follow it up to the picture's path.
+  std::string nextCode() {
+    std::string drawn, line;
+    while (std::getline(output_, line) && !line.starts_with("Scan this with WhatsApp")) said_.push_back(line);
+    while (std::getline(output_, line) && !line.starts_with("A picture of the page is at")) drawn += line + "\n";
+    said_.push_back(line);
+    return drawn;
+  }
+  // Everything said until the terminal's command ends, and how it ended.
+  int finish() {
+    std::string line;
+    while (std::getline(output_, line)) said_.push_back(line);
+    process_.wait();
+    return process_.exit_code();
+  }
+  const std::vector<std::string>& said() const { return said_; }
+
+ private:
+  bp::ipstream output_;
+  bp::child process_;
+  std::vector<std::string> said_;
+};
+
+// quarl-companion as a real process, signed in to devbrain with WhatsApp switched on and pointed
+// at devbrain's stand-in, starting its own display. Its Messages store is readable, since a Mac
+// that cannot read Messages offers no channel at all.
+class WhatsAppHostAgainstDevBrain : public ::testing::Test {
+ protected:
+  WhatsAppHostAgainstDevBrain() : admin_(brain_), home_(brain_) {
+    admin_.post("/admin/settings", {{"connectedChannels", json::array{"imessage", "sms", "whatsapp"}}});
+    admin_.post("/admin/whatsapp/screen", {{"screen", "link"}});
+    home_.signIn(admin_, {{"QuarlWhatsappEnabled", true}, {"QuarlWhatsappWebURL", brain_.baseURL() + "/whatsapp/"}});
+    testing::MessagesStore store(home_.store());
+    environment_ = home_.environment();
+    environment_.erase("DISPLAY");
+    environment_.erase("XAUTHORITY");
+    environment_["XDG_DATA_HOME"] = (home_.path() / ".local" / "share").string();
+  }
+
+  std::string currentRef() { return std::string(admin_.get("/admin/whatsapp").at("ref").as_string()); }
+  std::size_t heartbeats() { return admin_.requestsTo("/v1/relay/heartbeat"); }
+  // The channels of the `later`th heartbeat after the `seen`th; the host beats every 30 s.
+  json::value channelsAfter(std::size_t seen, std::size_t later = 1) {
+    EXPECT_TRUE(testing::eventually([&] { return heartbeats() >= seen + later; }, later * 40s)) << testing::fileContents(log_);
+    return admin_.lastBodyTo("/v1/relay/heartbeat").at("channels");
+  }
+  // The channels offered once the host has read the page as it is now: a tick offers what the
+  // page showed at the end of the tick before.
+  json::value channelsOnceRead() { return channelsAfter(heartbeats(), 2); }
+
+  testing::DevBrainProcess brain_;
+  testing::DevBrainAdmin admin_;
+  testing::HostHome home_;
+  bp::environment environment_;
+  std::filesystem::path log_ = home_.path() / "host.log";
+};
+
+TEST_F(WhatsAppHostAgainstDevBrain, ATerminalLinksThroughTheRunningHostWhichThenOffersWhatsAppWhileTheLinkHolds) {
+  auto host = home_.start(environment_, log_);
+  ASSERT_TRUE(testing::eventually([&] { return std::filesystem::exists(home_.config() / "control.sock"); }))
+      << testing::fileContents(log_);
+
+  LinkingTerminal terminal(environment_);
+  EXPECT_EQ(testing::decodedTerminalQr(terminal.nextCode(), home_.path()), currentRef());
+  admin_.post("/admin/whatsapp/rotate");
+  EXPECT_EQ(testing::decodedTerminalQr(terminal.nextCode(), home_.path()), currentRef()) << "redrawn once rotated";
+  admin_.post("/admin/whatsapp/link");
+  EXPECT_EQ(terminal.finish(), 0) << testing::fileContents(log_);
+  EXPECT_EQ(terminal.said().back(), "WhatsApp is linked");
+  EXPECT_THAT(terminal.said(), Contains("A picture of the page is at " + (home_.config() / "whatsapp-link.png").string()));
+
+  // The next heartbeat offers the page the linking read; a page still loading keeps it offered;
+  // the QR code back on screen means the phone unlinked it.
+  EXPECT_THAT(channelsAfter(heartbeats()).as_array(), Contains("whatsapp"));
+  admin_.post("/admin/whatsapp/screen", {{"screen", "loading"}});
+  EXPECT_THAT(channelsOnceRead().as_array(), Contains("whatsapp"));
+  admin_.post("/admin/whatsapp/screen", {{"screen", "link"}});
+  EXPECT_EQ(channelsOnceRead(), (json::array{"imessage", "sms"}));
+
+  ::kill(host.id(), SIGTERM);
+  host.wait();
+  EXPECT_EQ(host.exit_code(), 0);
+  const auto log = testing::fileContents(log_);
+  EXPECT_THAT(log, HasSubstr("advertising it anyway"));
+  EXPECT_THAT(log, HasSubstr("WhatsApp is not being offered by this Mac: WhatsApp Web is showing its QR code"));
+}
+
+}  // namespace
+}  // namespace quarl
