@@ -99,10 +99,11 @@ struct WebKitView {
   GtkWidget* window = nullptr;
   WebKitWebView* view = nullptr;
   std::string site;  // the last address loaded; the page stays within its origin
-  unsigned loadNumber = 0;
+  guint loadTimeout = 0;  // the bound of the load in progress; it must not outlive the view
   Point placed;  // where the window was last seen, so that a resize alone is no move
 
   ~WebKitView() {
+    if (loadTimeout) g_source_remove(loadTimeout);
     if (window) gtk_widget_destroy(window);
   }
 
@@ -176,9 +177,9 @@ struct WebKitView {
   }
 
   static gboolean onLoadTimeout(gpointer data) {
-    auto* waiting = static_cast<std::pair<WebKitView*, unsigned>*>(data);
-    auto* self = waiting->first;
-    if (waiting->second == self->loadNumber && webkit_web_view_is_loading(self->view)) {
+    auto* self = static_cast<WebKitView*>(data);
+    self->loadTimeout = 0;
+    if (webkit_web_view_is_loading(self->view)) {
       QuarlLog::say("quarl: whatsapp web's page did not load in time — stopped; an unreadable page is loaded again later");
       webkit_web_view_stop_loading(self->view);
     }
@@ -236,9 +237,8 @@ struct WebKitView {
   void load(const std::string& url, std::chrono::seconds timeout) {
     site = url;
     webkit_web_view_load_uri(view, url.c_str());
-    g_timeout_add_seconds_full(G_PRIORITY_DEFAULT, static_cast<guint>(timeout.count()), onLoadTimeout,
-                               new std::pair<WebKitView*, unsigned>(this, ++loadNumber),
-                               [](gpointer data) { delete static_cast<std::pair<WebKitView*, unsigned>*>(data); });
+    if (loadTimeout) g_source_remove(loadTimeout);
+    loadTimeout = g_timeout_add_seconds(static_cast<guint>(timeout.count()), onLoadTimeout, this);
   }
 
   std::vector<Rect> screens() const {
