@@ -8,6 +8,7 @@
 #include <boost/asio/use_awaitable.hpp>
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,8 +17,8 @@
 
 namespace quarl::WhatsAppWeb {
 
-// A one-shot box: the first answer given is kept and wakes the one waiter; every later answer
-// is refused. Confined to one executor.
+// A one-shot box: the first answer given (or failure) is kept and wakes the one waiter; every
+// later one is refused. Confined to one executor.
 template <class T>
 class AnswerOnce {
  public:
@@ -26,21 +27,31 @@ class AnswerOnce {
 
   // False when an answer was already given: this one is dropped.
   bool give(T answer) {
-    if (answer_) return false;
+    if (answered()) return false;
     answer_ = std::move(answer);
     arrived_.cancel();
     return true;
   }
 
-  bool answered() const { return answer_.has_value(); }
+  // The work threw: its waiter gets the exception rather than waiting for ever.
+  bool fail(std::exception_ptr failure) {
+    if (answered()) return false;
+    failure_ = std::move(failure);
+    arrived_.cancel();
+    return true;
+  }
+
+  bool answered() const { return answer_.has_value() || failure_; }
 
   boost::asio::awaitable<T> wait() {
-    while (!answer_) co_await arrived_.async_wait(boost::asio::as_tuple(boost::asio::use_awaitable));
+    while (!answered()) co_await arrived_.async_wait(boost::asio::as_tuple(boost::asio::use_awaitable));
+    if (failure_) std::rethrow_exception(failure_);
     co_return *answer_;
   }
 
  private:
   std::optional<T> answer_;
+  std::exception_ptr failure_;
   boost::asio::steady_timer arrived_;
 };
 
@@ -48,7 +59,14 @@ namespace detail {
 
 template <class T>
 boost::asio::awaitable<void> answerWith(std::shared_ptr<AnswerOnce<T>> box, boost::asio::awaitable<T> work) {
-  box->give(co_await std::move(work));
+  std::optional<T> answer;
+  try {
+    answer = co_await std::move(work);
+  } catch (...) {
+    box->fail(std::current_exception());
+    co_return;
+  }
+  box->give(std::move(*answer));
 }
 
 // The limit is waited in slices of at most a second: a clock's sleep cannot be called off, and a

@@ -98,6 +98,11 @@ asio::awaitable<std::string> answerAfter(std::shared_ptr<testing::ManualClock> c
   co_return answer;
 }
 
+asio::awaitable<std::string> throwAfter(std::shared_ptr<testing::ManualClock> clock, std::chrono::seconds delay) {
+  co_await clock->sleep(delay);
+  throw std::runtime_error("the page went away");
+}
+
 TEST(WhatsAppWeb, TheFirstAnswerWinsAndALateOneIsDropped) {
   asio::io_context io;
   auto clock = std::make_shared<testing::ManualClock>(SystemTime(1'790'000'000s));
@@ -125,6 +130,24 @@ TEST(WhatsAppWeb, TheFirstAnswerWinsAndALateOneIsDropped) {
   EXPECT_EQ(race(10s, 3s, 1s), "answered");
   EXPECT_EQ(race(10s, 30s, 1s), "gave up") << "the late answer is dropped";
   EXPECT_EQ(race(std::nullopt, 300s, 10s), "answered") << "no limit waits for the work";
+
+  // A work that throws hands its exception to the caller, limit or none, instead of leaving it waiting.
+  for (const auto within : {std::optional<std::chrono::milliseconds>(10s), std::optional<std::chrono::milliseconds>()}) {
+    std::exception_ptr failed;
+    bool resumed = false;
+    asio::co_spawn(io, firstAnswer<std::string>(clock, within, [] { return std::string("gave up"); }, throwAfter(clock, 1s)),
+                   [&](std::exception_ptr failure, std::string) {
+                     failed = failure;
+                     resumed = true;
+                   });
+    for (int step = 0; step < 20 && !resumed; ++step) {
+      io.restart();
+      io.poll();
+      clock->advance(1s);
+    }
+    ASSERT_TRUE(failed);
+    EXPECT_THROW(std::rethrow_exception(failed), std::runtime_error);
+  }
 }
 
 }  // namespace
