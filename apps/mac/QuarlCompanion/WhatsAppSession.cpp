@@ -76,7 +76,7 @@ asio::awaitable<void> WhatsAppSession::load() {
 }
 
 asio::awaitable<void> WhatsAppSession::renavigate(std::string reason) {
-  if (driving_ || !open_) co_return;
+  if (isDriving() || !open_) co_return;
   QuarlLog::say("quarl: whatsapp web re-navigating — " + reason);
   co_await navigate();
 }
@@ -84,6 +84,7 @@ asio::awaitable<void> WhatsAppSession::renavigate(std::string reason) {
 asio::awaitable<void> WhatsAppSession::navigate() {
   navigationStartedAt_ = clock_->now();
   settled_.reset();
+  linkedSinceNavigation_ = false;
   auto root = siteRoot();
   co_await page_->load(std::move(root), WhatsAppWeb::requestTimeout);
 }
@@ -145,11 +146,12 @@ asio::awaitable<SessionState> WhatsAppSession::refreshState() {
   std::string probe(WhatsAppWeb::sessionProbeScript());
   const auto answer = co_await evaluate(std::move(probe));
   const auto state = WhatsAppWeb::readSessionState(answer.value_or(""));
-  if (WhatsAppWeb::isSettled(state) && !isLinked() && sinceNavigation() >= WhatsAppWeb::settleDeadline) {
+  if (WhatsAppWeb::isSettled(state) && !linkedSinceNavigation_ && sinceNavigation() >= WhatsAppWeb::settleDeadline) {
     QuarlLog::say("quarl: whatsapp web answered after the settle deadline, at " + std::to_string(sinceNavigation().count()) +
                   "s: linked. The deadline is a report, not a verdict.");
   }
   settled_ = state;
+  linkedSinceNavigation_ = linkedSinceNavigation_ || WhatsAppWeb::isSettled(state);
   const bool latched = defaults_->boolean(keys::whatsappHostsSession).value_or(false);
   const bool hosts = WhatsAppWeb::hostsSessionAfter(state, latched);
   if (hosts != latched) defaults_->write(keys::whatsappHostsSession, hosts);

@@ -71,7 +71,7 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
     const DrivingFlag held(driving_);
     co_return co_await body();
   }
-  bool isDriving() const { return driving_; }
+  bool isDriving() const { return driving_ > 0; }
 
   // Saves a picture of the page as a PNG at `path`; the sentence of a failure, or none.
   boost::asio::awaitable<std::optional<std::string>> savePicture(std::string path);
@@ -87,16 +87,17 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   WhatsAppSession(boost::asio::any_io_executor executor, std::shared_ptr<const Clock> clock,
                   std::shared_ptr<SettingsStore> defaults, std::shared_ptr<WhatsAppPage> page);
 
-  // Sets a flag for as long as it lives.
+  // Counts one more driver for as long as it lives, so that a drive within a drive does not end
+  // the outer one's protection.
   class DrivingFlag {
    public:
-    explicit DrivingFlag(bool& flag) : flag_(flag) { flag_ = true; }
-    ~DrivingFlag() { flag_ = false; }
+    explicit DrivingFlag(int& drivers) : drivers_(drivers) { ++drivers_; }
+    ~DrivingFlag() { --drivers_; }
     DrivingFlag(const DrivingFlag&) = delete;
     DrivingFlag& operator=(const DrivingFlag&) = delete;
 
    private:
-    bool& flag_;
+    int& drivers_;
   };
 
   // Opens the page once; false when this computer cannot host it.
@@ -116,9 +117,10 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   bool linkingChosen_ = false;  // the owner chose to link in this run, even if that could not be saved
   std::optional<std::string> unavailable_;
   bool showingForLinking_ = false;
-  bool driving_ = false;
+  int driving_ = 0;  // drives under way
   std::optional<SystemTime> navigationStartedAt_;
   std::optional<WhatsAppWeb::SessionState> settled_;
+  bool linkedSinceNavigation_ = false;  // a late link is reported once a navigation
 };
 
 }  // namespace quarl

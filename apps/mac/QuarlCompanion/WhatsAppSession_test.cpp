@@ -29,6 +29,14 @@ asio::awaitable<int> loadsAfterAsking(std::shared_ptr<WhatsAppSession> session, 
   co_return static_cast<int>(page->loads.size());
 }
 
+// A drive within a drive: the outer one is still protected once the inner one has ended.
+asio::awaitable<int> loadsAfterAnInnerDrive(std::shared_ptr<WhatsAppSession> session,
+                                            std::shared_ptr<testing::FakeWhatsAppPage> page) {
+  std::function<asio::awaitable<int>()> inner = std::bind(&loadsAfterAsking, session, page);
+  co_await session->drivingThePage(inner);
+  co_return co_await loadsAfterAsking(session, page);
+}
+
 class WhatsAppSessionOnAManualClock : public ::testing::Test {
  protected:
   WhatsAppSessionOnAManualClock() { page_->clock = clock_; }
@@ -117,6 +125,10 @@ TEST_F(WhatsAppSessionOnAManualClock, SettlingWaitsForLinkedAndItsDeadlineIsARep
                             "report, not a verdict."),
             1);
   run(session_->refreshState());
+  page_->probeAnswer = R"({"state":"syncing"})";
+  run(session_->refreshState());
+  page_->probeAnswer = R"({"state":"linked"})";
+  run(session_->refreshState());
   EXPECT_EQ(linesContaining("after the settle deadline"), 1) << "said once, when the page first settles";
   EXPECT_EQ(run(session_->settledStateIfKnown()), SessionState::linked());
   EXPECT_EQ(linesContaining("has not answered within"), 1);
@@ -141,7 +153,7 @@ TEST_F(WhatsAppSessionOnAManualClock, APageThatNeverBecameWhatsAppIsLoadedAgainA
   run(session_->settledStateIfKnown());
   EXPECT_EQ(page_->loads.size(), 1u);
   pass(1s);
-  std::function<asio::awaitable<int>()> body = std::bind(&loadsAfterAsking, session_, page_);
+  std::function<asio::awaitable<int>()> body = std::bind(&loadsAfterAnInnerDrive, session_, page_);
   EXPECT_EQ(run(session_->drivingThePage(body)), 1) << "a send or an open is never interrupted";
   EXPECT_FALSE(session_->isDriving());
   EXPECT_EQ(run(session_->settledStateIfKnown()), std::nullopt) << "a new navigation forgets the old answer";
