@@ -86,6 +86,13 @@ void stop(pid_t server) {
 
 }  // namespace
 
+void PrivateDisplay::reserveEnvironment() {
+  const char* display = std::getenv("DISPLAY");
+  if (display && *display) return;
+  ::setenv("DISPLAY", "", 1);
+  ::setenv("XAUTHORITY", "", 0);
+}
+
 std::unique_ptr<PrivateDisplay> PrivateDisplay::start(std::string& refusal) {
   if (!onPath("Xvfb") || !onPath("xauth")) {
     refusal = "this computer has no display (DISPLAY is not set), and Xvfb and xauth, which would give the page one of its own, are not installed";

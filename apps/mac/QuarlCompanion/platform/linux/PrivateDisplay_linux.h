@@ -17,6 +17,12 @@ class PrivateDisplay {
   // display; or none, with `refusal` set to the sentence that says why there is none.
   static std::unique_ptr<PrivateDisplay> start(std::string& refusal);
   ~PrivateDisplay();
+
+  // A private display is named in DISPLAY and XAUTHORITY from the thread that starts it, while
+  // other threads may read the environment. Replacing a variable only swaps one pointer, but
+  // adding one may move the whole environment under a reader; so, without a display, both are
+  // made (empty) here, to be called before the process starts any thread.
+  static void reserveEnvironment();
   PrivateDisplay(const PrivateDisplay&) = delete;
   PrivateDisplay& operator=(const PrivateDisplay&) = delete;
 

@@ -33,6 +33,7 @@
 #include "Keychain_linux.h"
 #include "LogSink_linux.h"
 #include "OperatorBar_linux.h"
+#include "PrivateDisplay_linux.h"
 #include "HostControl_linux.h"
 #include "QuarlLog.h"
 #include "SettingsKeys.h"
@@ -211,6 +212,7 @@ OperatorParts linuxOperatorParts() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  PrivateDisplay::reserveEnvironment();
   const std::string_view command = argc > 1 ? argv[1] : "";
   const std::string_view choice = argc > 2 ? argv[2] : "";
   if (command == "extract-text") return extractTextCommand(argc, argv);
