@@ -5,7 +5,6 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/json/serialize.hpp>
-#include <cstdlib>
 
 #include "GtkThread_linux.h"
 #include "QuarlLog.h"
@@ -278,12 +277,6 @@ WebKitWhatsAppPage::~WebKitWhatsAppPage() {
   if (gtk_ && view_) gtk_->runAndWait([this] { view_.reset(); });
 }
 
-std::filesystem::path WebKitWhatsAppPage::defaultDataFolder() {
-  if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg) return std::filesystem::path(xdg) / "quarl" / "whatsapp";
-  const char* home = std::getenv("HOME");
-  return std::filesystem::path(home && *home ? home : ".") / ".local" / "share" / "quarl" / "whatsapp";
-}
-
 asio::awaitable<std::optional<std::string>> WebKitWhatsAppPage::startGtk() {
   std::error_code failed;
   std::filesystem::create_directories(dataFolder_, failed);
@@ -449,3 +442,10 @@ asio::awaitable<std::optional<std::string>> WebKitWhatsAppPage::savePicture(std:
 }
 
 }  // namespace quarl
+
+// What the host loads this library for: see WhatsAppPageModule_linux.h.
+extern "C" __attribute__((visibility("default"))) void quarlMakeWebKitWhatsAppPage(
+    const boost::asio::any_io_executor* executor, const std::filesystem::path* dataFolder,
+    std::shared_ptr<quarl::WhatsAppPage>* made) {
+  *made = std::make_shared<quarl::WebKitWhatsAppPage>(*executor, *dataFolder);
+}

@@ -23,9 +23,6 @@ class WebKitWhatsAppPage final : public WhatsAppPage {
   WebKitWhatsAppPage(boost::asio::any_io_executor executor, std::filesystem::path dataFolder);
   ~WebKitWhatsAppPage() override;
 
-  // `$XDG_DATA_HOME/quarl/whatsapp`, or `~/.local/share/quarl/whatsapp`.
-  static std::filesystem::path defaultDataFolder();
-
   boost::asio::awaitable<std::optional<std::string>> open() override;
   boost::asio::awaitable<std::string> currentUrl() override;
   boost::asio::awaitable<void> load(std::string url, std::chrono::seconds timeout) override;

@@ -41,7 +41,7 @@
 #include "StopHotKey_linux.h"
 #include "StoreWatcher_linux.h"
 #include "TerminalQr_linux.h"
-#include "WhatsAppPage_linux.h"
+#include "WhatsAppPageModule_linux.h"
 #include "platform/HostIdentity.h"
 
 namespace asio = boost::asio;
@@ -238,8 +238,9 @@ int main(int argc, char** argv) {
                                             ChatDatabase::defaultPath(),
                                             std::make_shared<InotifyStoreWatcher>(io.get_executor()),
                                             linuxOperatorParts(),
-                                            std::make_shared<WebKitWhatsAppPage>(io.get_executor(),
-                                                                                 WebKitWhatsAppPage::defaultDataFolder())});
+                                            std::make_shared<WhatsAppPageModule>(io.get_executor(),
+                                                                                 WhatsAppPageModule::defaultDataFolder(),
+                                                                                 WhatsAppPageModule::besideThisProgram())});
   };
   if (command == "sign-out") return signOut(makeCompanion);
 
