@@ -151,10 +151,11 @@ function quarlBubbleText(row, hasMedia, state) {
   const plain = Array.from(row.querySelectorAll('[data-testid="conversation-text"]')).filter(outside);
   if (plain.length) return quarlNodeText(plain[plain.length - 1]);
   if (hasMedia) return '';
+  // An empty span of the first kind is no text: the second kind is tried.
   for (const selector of ['span[dir="ltr"]', 'span[dir="auto"]']) {
     const span = Array.from(row.querySelectorAll(selector)).find(outside);
-    if (!span) continue;
-    const text = quarlNodeText(span);
+    const text = span ? quarlNodeText(span) : '';
+    if (!text.trim()) continue;
     // The time under a bubble is a span like any other: it is never a message's words.
     if (/^\s*[0-9]{1,2}:[0-9]{2}(\s*[AaPp][Mm])?\s*$/.test(text)) {
       state.clockAsText++;
