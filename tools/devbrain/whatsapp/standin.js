@@ -44,7 +44,8 @@
       __x_id: { id: m.id, fromMe: !!m.fromMe, remote: jid(chat.id), _serialized: legacyId(chat, m) },
       __x_type: m.type || 'chat', __x_t: m.t,
     };
-    if (m.body !== undefined && model.__x_type === 'chat') model.__x_body = m.body;
+    // `modelBody` gives the model a body other than the one drawn, as a collapsed message may have.
+    if (m.body !== undefined && model.__x_type === 'chat') model.__x_body = m.modelBody !== undefined ? m.modelBody : m.body;
     if (m.author) model.__x_author = jid(m.author);
     for (const field of ['caption', 'mimetype', 'size', 'filename', 'duration']) {
       if (m[field] !== undefined) model['__x_' + field] = m[field];

@@ -285,6 +285,9 @@ json::object helperChats() {
       json::object{{"id", "3EB0A7"}, {"t", 1795000360}, {"type", "image"}, {"mimetype", "image/png"}, {"size", 5},
                    {"blob", "aGVsbG8="}, {"caption", "a picture"}},
       json::object{{"id", "3EB0A8"}, {"t", 1795000420}, {"body", "Too deep"}, {"fiberDepth", 20}},
+      json::object{{"id", "3EB0A9"}, {"t", 1795000440}, {"body", "10:25"}},
+      json::object{{"id", "3EB0AB"}, {"t", 1795000450}, {"body", "The whole long message"}, {"collapsed", 8},
+                   {"modelBody", "The whol…"}},
   };
   const json::array unrendered{
       json::object{{"id", "3EB0B1"}, {"t", 1795000500}, {"body", "only in the model"}},
@@ -309,7 +312,8 @@ constexpr auto harvestBody = R"(
   const counters = {};
   for (const [key, value] of Object.entries(state)) if (typeof value === 'number') counters[key] = value;
   return JSON.stringify({ settled, out, counters, waiting: state.waitingTags, peeked: state.peeked,
-    jids: ['447700900123@c.us', '120363025@g.us', '1234@c.us', '447700900123-1612345678@g.us', 'x@lid', 12].map(quarlJid) });
+    jids: ['447700900123@c.us', '120363025@g.us', '12345@c.us', '1234@c.us', '447700900123-1612345678@g.us', 'x@lid',
+      '447700900123@broadcast', 'status@broadcast', 12].map(quarlJid) });
 )";
 
 TEST_F(WhatsAppPageInWebKit, TheHelpersReadEveryKindOfMessageInEveryDatedMarkup) {
@@ -325,7 +329,7 @@ TEST_F(WhatsAppPageInWebKit, TheHelpersReadEveryKindOfMessageInEveryDatedMarkup)
     ASSERT_TRUE(report.answer) << report.failure.value_or("");
     const auto read = json::parse(*report.answer).as_object();
     const auto& counters = read.at("counters").as_object();
-    EXPECT_EQ(read.at("settled").as_int64(), 8) << "every row, though they came over several frames";
+    EXPECT_EQ(read.at("settled").as_int64(), 10) << "every row, though they came over several frames";
 
     std::map<std::string, json::object> byId;
     for (const auto& record : read.at("out").as_array()) {
@@ -338,6 +342,8 @@ TEST_F(WhatsAppPageInWebKit, TheHelpersReadEveryKindOfMessageInEveryDatedMarkup)
     EXPECT_EQ(byId["3EB0A1"].at("title"), "Ada");
     EXPECT_EQ(byId["3EB0A2"].at("text"), "Hi back") << "a swipe reply's quote is not its text";
     EXPECT_EQ(byId["3EB0A3"].at("text").as_string().size(), 200u) << "a collapsed bubble is read whole from its model";
+    EXPECT_EQ(byId["3EB0AB"].at("text"), "The whol…") << "a model no longer than the bubble is no repair";
+    EXPECT_EQ(byId["3EB0A9"].at("text"), "10:25") << "a time in a message's own words is its text";
     EXPECT_EQ(byId["3EB0A7"].at("text"), "a picture");
     EXPECT_EQ(byId["3EB0A7"].at("bytes").at("b64"), "aGVsbG8=") << "the file, from its blob: URL";
     EXPECT_EQ(byId.count("3EB0A4"), 0u) << "a clock is never a message's words";
@@ -347,6 +353,7 @@ TEST_F(WhatsAppPageInWebKit, TheHelpersReadEveryKindOfMessageInEveryDatedMarkup)
     EXPECT_EQ(counters.at("systemLines").as_int64(), 1);
     EXPECT_EQ(counters.at("ciphertextRows").as_int64(), 1);
     EXPECT_EQ(counters.at("collapsedRepaired").as_int64(), 1);
+    EXPECT_EQ(counters.at("shortenedWithoutFullText").as_int64(), 1);
     EXPECT_EQ(counters.at("mediaBytes").as_int64(), 1);
     // A model too far up the fibres is not found. The older markups still tell the direction
     // from the row (its tail, or its legacy id read later); a bare id in the newest cannot.
@@ -365,8 +372,8 @@ TEST_F(WhatsAppPageInWebKit, TheHelpersReadEveryKindOfMessageInEveryDatedMarkup)
     EXPECT_EQ(byId["3EB0B1"].at("peek"), true);
     EXPECT_EQ(counters.at("peekWaiting").as_int64(), 1);
     EXPECT_EQ(read.at("peeked"), json::array{"grace"});
-    EXPECT_EQ(read.at("jids"), (json::array{"447700900123@c.us", "120363025@g.us", nullptr, "447700900123-1612345678@g.us",
-                                            nullptr, nullptr}));
+    EXPECT_EQ(read.at("jids"), (json::array{"447700900123@c.us", "120363025@g.us", "12345@c.us", nullptr,
+                                            "447700900123-1612345678@g.us", nullptr, nullptr, nullptr, nullptr}));
   }
   const auto opened = admin_.get("/admin/whatsapp").at("opened").as_array();
   EXPECT_EQ(std::count(opened.begin(), opened.end(), json::value("447700900456@c.us")), 0) << "a peek never opens a chat";
@@ -382,6 +389,34 @@ TEST_F(WhatsAppPageInWebKit, TheHelpersReadEveryKindOfMessageInEveryDatedMarkup)
     if (record.at("id") != "3EB0A7") continue;
     EXPECT_EQ(record.at("bytes").at("note"), "over this pass's transfer budget — it will be read on a later pass");
   }
+}
+
+// Nodes whose fibre chain holds the wanted props at a given place (1: the node's own fibre).
+constexpr auto boundsBody = R"(
+  const node = (place, props) => {
+    const el = document.createElement('div');
+    const first = { memoizedProps: {} };
+    let fiber = first;
+    for (let i = 1; i < place; i++) { fiber.return = { memoizedProps: {} }; fiber = fiber.return; }
+    fiber.memoizedProps = props;
+    el['__reactFiber$' + Math.random().toString(36).slice(2)] = first;
+    return el;
+  };
+  const msg = { __x_id: { id: 'm' } };
+  const chat = { __x_id: 'c' };
+  return JSON.stringify([node(14, { msg }), node(15, { msg })].map(quarlMsgModel).map(Boolean)
+    .concat([node(24, { chat }), node(25, { chat }), node(2, { chat: {} })].map(quarlChatModel).map(Boolean)));
+)";
+
+TEST_F(WhatsAppPageInWebKit, TheFibreWalksLookNoFurtherThanTheirBounds) {
+  run(session_->load());
+  probeUntil(SessionState::needsLink());
+  const auto body = std::string(WhatsAppWeb::pageHelpersScript()) + boundsBody;
+  const auto report = run(session_->evaluateReporting(body, json::object{}, std::nullopt));
+  ASSERT_TRUE(report.answer) << report.failure.value_or("");
+  // A message model on the 14th fibre and a chat model on the 24th are found, one further is not;
+  // a chat without an id is no chat.
+  EXPECT_EQ(json::parse(*report.answer), (json::array{true, false, true, false, false}));
 }
 
 }  // namespace
