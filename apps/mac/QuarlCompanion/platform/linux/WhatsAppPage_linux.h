@@ -18,7 +18,9 @@ struct WebKitView;
 // The page keeps to the site it was asked to load: another navigation, a new window, a download
 // and every permission request are refused and logged. Its cookies and storage live on disk in
 // `dataFolder`, so a link survives a restart.
-class WebKitWhatsAppPage final : public WhatsAppPage {
+//
+// Exported from its library, which exports nothing else, for the tests and benchmarks that link it.
+class __attribute__((visibility("default"))) WebKitWhatsAppPage final : public WhatsAppPage {
  public:
   WebKitWhatsAppPage(boost::asio::any_io_executor executor, std::filesystem::path dataFolder);
   ~WebKitWhatsAppPage() override;
