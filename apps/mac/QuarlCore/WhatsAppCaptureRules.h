@@ -1,6 +1,8 @@
 #pragma once
 
+#include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <map>
@@ -64,6 +66,48 @@ class RetryBudget {
  private:
   int limit_;
   std::map<std::string, int> tries_;
+};
+
+// Which chats are due a read without opening, and when. Opening a chat marks it read on the
+// owner's account, so unchanged chats are read from the page's memory instead: every five
+// minutes, and every minute while one of their messages is still decrypting, for up to six hours.
+struct PeekSchedule {
+  static constexpr int currentVersion = 1;  // of the saved form
+  static constexpr std::chrono::seconds interval{300};
+  static constexpr std::chrono::seconds slowInterval{60};
+  static constexpr std::chrono::seconds slowLimit{21600};
+  static constexpr std::size_t perPass = 6;
+  static constexpr std::size_t slowShare = 3;
+  static constexpr std::chrono::seconds forgetAfter{604800};
+  // A peek reads at most 20 messages, so older handed-over tags can never be met again.
+  static constexpr std::size_t handedKept = 40;
+
+  std::map<std::string, SystemTime> lastRead;
+  std::map<std::string, SystemTime> present;
+  std::map<std::string, SystemTime> waitingSince;
+  std::map<std::string, std::vector<std::string>> waitingFor;
+  std::map<std::string, std::vector<std::string>> abandoned;
+  std::map<std::string, std::vector<std::string>> handed;
+  int gaveUpLastPass = 0;
+
+  // The chats to read without opening this pass, among `listed` (chat keys in list order): the
+  // slow lane first, at most `slowShare`, then the longest unread, `perPass` in all.
+  std::vector<std::string> due(const std::vector<std::string>& listed, SystemTime now) const;
+  // What a pass read, what is still decrypting and what the list showed; chats not listed for
+  // `forgetAfter` are dropped.
+  void record(const ReadResult& result, const std::vector<std::string>& listed, SystemTime now);
+  // A message of a chat reached the service.
+  void handedOver(const Message& message, const std::string& tag);
+  // The tags each chat is still waiting on: the capture script asks for them by name.
+  boost::json::object watching() const;
+
+  // The saved form, `QuarlWhatsappPeekSchedule`.
+  boost::json::value saved() const;
+  // None when `saved` is not a schedule of this version: the schedule starts afresh.
+  static std::optional<PeekSchedule> restored(const boost::json::value& saved);
+
+ private:
+  void forget(const std::string& key);
 };
 
 // The outcome of handing one pass's messages over.
