@@ -111,7 +111,8 @@ json::object tagsSaved(const std::map<std::string, std::vector<std::string>>& ta
 }
 
 bool restoreTimes(const json::object& saved, std::string_view field, std::map<std::string, SystemTime>& into) {
-  const auto* object = saved.if_contains(field) ? saved.at(field).if_object() : nullptr;
+  const auto* value = saved.if_contains(field);
+  const auto* object = value ? value->if_object() : nullptr;
   if (!object) return false;
   for (const auto& [key, value] : *object) {
     if (!value.is_int64()) return false;
@@ -121,7 +122,8 @@ bool restoreTimes(const json::object& saved, std::string_view field, std::map<st
 }
 
 bool restoreTags(const json::object& saved, std::string_view field, std::map<std::string, std::vector<std::string>>& into) {
-  const auto* object = saved.if_contains(field) ? saved.at(field).if_object() : nullptr;
+  const auto* value = saved.if_contains(field);
+  const auto* object = value ? value->if_object() : nullptr;
   if (!object) return false;
   for (const auto& [key, value] : *object) {
     if (!value.is_array()) return false;

@@ -12,12 +12,6 @@ Message message(std::string id) {
   return made;
 }
 
-TEST(WhatsAppCaptureRules, ARowsPrintNamesItsChatBeforeTheBar) {
-  EXPECT_EQ(chatKey("k1x9a|2f0qz"), "k1x9a");
-  EXPECT_EQ(chatKey("k1x9a|"), "k1x9a");
-  EXPECT_EQ(chatKey("k1x9a"), "k1x9a") << "a print without a bar is all key";
-}
-
 TEST(WhatsAppCaptureRules, TheEightHundredAndFirstHandedOverIdPushesOutTheOldestAndTheRestSurviveARestart) {
   SentMessages sent;
   for (int i = 1; i <= 801; ++i) sent.record(message("id" + std::to_string(i)), i == 2 || i == 801);
