@@ -220,14 +220,35 @@ asio::awaitable<void> Companion::offerChannels() {
   state_.enabledChannels = offer.channels;
 }
 
-// Loads the page on the first tick after the owner switched WhatsApp on, and reads what it
-// shows, so that the next tick offers the channel by a fresh answer. Reading the page's
-// conversations joins this stage when it is built.
+// Loads the page on the first tick after the owner switched WhatsApp on, reads what it shows,
+// and reads the new messages of a linked page.
 asio::awaitable<void> Companion::captureWhatsApp() {
   if (!whatsapp_->isEnabled()) co_return;
   if (!whatsapp_->hasNavigated()) co_await whatsapp_->load();
   if (whatsapp_->unavailableReason()) co_return;
-  co_await whatsapp_->refreshState();
+  const auto state = co_await whatsapp_->refreshState();
+  const auto skipped = [](std::string_view reason) {
+    QuarlLog::say("quarl: whatsapp capture skipped — " + std::string(reason));
+  };
+  auto brain = client();
+  if (!brain) {
+    skipped("not signed in");
+    co_return;
+  }
+  if (!settings_.whatsappChannelId) {
+    skipped("no WhatsApp channel id yet");
+    co_return;
+  }
+  if (const auto reason = WhatsAppWeb::captureSkipReason(state)) {
+    skipped(*reason);
+    co_return;
+  }
+  const auto advertised = state_.advertisableChannels();
+  if (std::find(advertised.begin(), advertised.end(), "whatsapp") == advertised.end()) {
+    skipped("linked, but the channel is not advertised — this is a bug");
+    co_return;
+  }
+  co_await whatsappCapture_.capture(*whatsapp_, *brain, *settings_.whatsappChannelId);
 }
 
 asio::awaitable<WhatsAppWeb::SessionState> Companion::linkWhatsApp(

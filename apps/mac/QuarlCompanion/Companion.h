@@ -16,6 +16,7 @@
 #include "platform/CompanionHost.h"
 #include "platform/Keychain.h"
 #include "SettingsStore.h"
+#include "WhatsAppCapture.h"
 #include "WhatsAppSession.h"
 #include "platform/StoreWatcher.h"
 #include "platform/WhatsAppPage.h"
@@ -105,7 +106,7 @@ class Companion : public std::enable_shared_from_this<Companion> {
   boost::asio::awaitable<void> runTick();
   boost::asio::awaitable<void> refreshPermissionsNow();
   boost::asio::awaitable<void> offerChannels();
-  // The tick's WhatsApp stage: for now, reading what the page shows.
+  // The tick's WhatsApp stage: reading what the page shows and, when it is linked, a capture pass.
   boost::asio::awaitable<void> captureWhatsApp();
   boost::asio::awaitable<void> runRelayJobs();
   boost::asio::awaitable<void> runLiveTick();
@@ -133,6 +134,7 @@ class Companion : public std::enable_shared_from_this<Companion> {
   std::shared_ptr<BrainClient> client_;
   std::shared_ptr<OperatorLink> operatorLink_;
   std::shared_ptr<WhatsAppSession> whatsapp_;
+  WhatsAppCapture whatsappCapture_{parts_.clock, parts_.defaults};
   MessagesStoreReading storeReading_;
   std::optional<std::string> badgeLabel_;
   std::optional<std::string> pairingCode_;

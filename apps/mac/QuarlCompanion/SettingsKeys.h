@@ -16,6 +16,14 @@ inline constexpr std::string_view whatsappHostsSession = "QuarlWhatsappHostsSess
 inline constexpr std::string_view whatsappEnabled = "QuarlWhatsappEnabled";
 // Replaces WhatsApp Web's site root, for tests and the demo.
 inline constexpr std::string_view whatsappWebURL = "QuarlWhatsappWebURL";
+// The WhatsApp capture's state: the chat-list rows already read or passed over, where the
+// rotation starts, which chats are due a read without opening, whether every conversation was
+// read once, and the messages handed over (with the files still owed).
+inline constexpr std::string_view whatsappRowPrints = "QuarlWhatsappRowPrints";
+inline constexpr std::string_view whatsappCaptureCursor = "QuarlWhatsappCaptureCursor";
+inline constexpr std::string_view whatsappPeekSchedule = "QuarlWhatsappPeekSchedule";
+inline constexpr std::string_view whatsappSweepVersion = "QuarlWhatsappSweepVersion";
+inline constexpr std::string_view whatsappSentMessages = "QuarlWhatsappSentMessages";
 inline constexpr std::string_view askedAboutLogin = "QuarlAskedAboutLogin";
 inline constexpr std::string_view installId = "QuarlInstallId";
 inline constexpr std::string_view keepAwakeWhileWorking = "QuarlKeepAwakeWhileWorking";

@@ -226,11 +226,27 @@ asio::awaitable<WhatsAppSession::Report> WhatsAppSession::evaluateReporting(std:
   if (within) limit = duration_cast<milliseconds>(*within);
   const auto waited = within ? within->count() : 0;
   std::function<Report()> tooLate = [waited] {
-    return Report{std::nullopt, "the script had not answered after " + std::to_string(waited) +
-                                    " seconds, so Quarl stopped waiting for it"};
+    Report late{std::nullopt, "the script had not answered after " + std::to_string(waited) +
+                                  " seconds, so Quarl stopped waiting for it"};
+    QuarlLog::say("quarl: whatsapp script failed to run: " + *late.failure);
+    return late;
   };
   auto work = reportOf(page_, std::move(script), std::move(arguments));
   co_return co_await WhatsAppWeb::firstAnswer<Report>(clock_, limit, std::move(tooLate), std::move(work));
+}
+
+asio::awaitable<WhatsAppWeb::ReadResult> WhatsAppSession::readNew(WhatsAppWeb::CaptureInputs inputs) {
+  // The pass presses rows and waits on the page: a re-navigation under it would lose the pass.
+  const DrivingFlag held(driving_);
+  auto report = co_await evaluateReporting(WhatsAppWeb::captureScript(), inputs.arguments(),
+                                           WhatsAppWeb::captureScriptLimit);
+  if (!report.answer) {
+    WhatsAppWeb::ReadResult notRun;
+    notRun.stage = "notRun";
+    notRun.reason = "nothing was read: the capture script did not run — see the line above";
+    co_return notRun;
+  }
+  co_return WhatsAppWeb::readMessages(*report.answer, clock_->now());
 }
 
 }  // namespace quarl

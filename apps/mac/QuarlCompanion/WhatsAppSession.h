@@ -11,6 +11,7 @@
 
 #include "Clock.h"
 #include "SettingsStore.h"
+#include "WhatsAppCapturePass.h"
 #include "WhatsAppSessionState.h"
 #include "platform/WhatsAppPage.h"
 
@@ -72,6 +73,10 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
     co_return co_await body();
   }
   bool isDriving() const { return driving_ > 0; }
+
+  // One capture pass in the page, with the page held for its length. A script that did not
+  // run is a result that says so.
+  boost::asio::awaitable<WhatsAppWeb::ReadResult> readNew(WhatsAppWeb::CaptureInputs inputs);
 
   // Saves a picture of the page as a PNG at `path`; the sentence of a failure, or none.
   boost::asio::awaitable<std::optional<std::string>> savePicture(std::string path);

@@ -13,5 +13,7 @@ std::string_view visibilityShimScript();
 std::string_view linkCodeScript();
 // The shared helpers spliced ahead of the capture and open scripts.
 std::string_view pageHelpersScript();
+// One capture pass, which follows the helpers and the walk's bound (WhatsAppCapturePass.h).
+std::string_view capturePassScript();
 
 }  // namespace quarl::WhatsAppWeb

@@ -174,11 +174,17 @@
     for (let i = first; i < last; i++) {
       const chat = chats[i];
       const title = el('div', { class: 'title' }, [el('span', { title: chat.title, dir: 'auto', text: chat.title })]);
-      const cell = el('div', { 'data-testid': state.markup === '2023' ? 'cell-frame-container' : null, class: 'cell' }, [
+      const open = chat.id === openChat;
+      // The press target and the selection: a test id on the cell in 2023, a grid cell since; the
+      // open chat's row is selected, on the row until 2025 and on its cell in 2026.
+      const cell = el('div', { 'data-testid': state.markup === '2023' ? 'cell-frame-container' : null,
+        role: state.markup === '2023' ? null : 'gridcell', class: 'cell',
+        'aria-selected': state.markup === '2026' ? String(open) : null }, [
         title,
         el('span', { class: 'preview', dir: 'ltr', text: preview(chat) }),
         chat.unread ? el('span', { 'aria-label': chat.unread + ' unread messages', text: String(chat.unread) }) : null]);
-      const row = el('div', { role: 'listitem', style: 'transform: translateY(' + i * 72 + 'px)' }, [cell]);
+      const row = el('div', { role: 'listitem', style: 'transform: translateY(' + i * 72 + 'px)',
+        'aria-selected': state.markup === '2026' ? null : String(open) }, [cell]);
       // The chat model hangs off the cell where it has its test id, else off a div inside it.
       hangFiber(state.markup === '2023' ? cell : title, chat.fiberDepth !== undefined ? chat.fiberDepth : 3 + (i % 5),
         { chat: chatModel(chat) });
@@ -197,15 +203,17 @@
     return pane;
   }
 
+  // The row shows only what is drawn: a message held only in the chat's model changes neither
+  // the row nor its place, as when WhatsApp has it in memory before the list catches up.
   function lastT(chat) {
-    const all = (chat.messages || []).concat(chat.modelOnly || []);
-    return all.length ? all[all.length - 1].t : 0;
+    const drawn = chat.messages || [];
+    return drawn.length ? drawn[drawn.length - 1].t : 0;
   }
 
   function preview(chat) {
-    const all = (chat.messages || []).concat(chat.modelOnly || []);
-    const last = all[all.length - 1];
-    return last ? (last.body || last.caption || '') : '';
+    const drawn = chat.messages || [];
+    const last = drawn[drawn.length - 1];
+    return last ? (last.type === 'ciphertext' ? 'Waiting for this message' : (last.body || last.caption || '')) : '';
   }
 
   function composer(markup) {
@@ -268,6 +276,9 @@
 
   function openConversation(id) {
     openChat = id;
+    // Opening reads the chat: its badge goes at once, before the server hears of it.
+    const chat = (shown.chats || []).find(function (c) { return c.id === id; });
+    if (chat) chat.unread = 0;
     post({ opened: id });
     render(shown);
   }

@@ -265,11 +265,14 @@ async function quarlMediaBytes(row, media, budget) {
   return { b64: btoa(binary), have: bytes.length, blobType: best.type || null };
 }
 
-function quarlTag(id) {
+// The 32-bit djb2-XOR hash of a text, in base 36.
+function quarlHash(text) {
   let h = 5381;
-  for (let i = 0; i < id.length; i++) h = (Math.imul(h, 33) ^ id.charCodeAt(i)) >>> 0;
-  return 'm' + h.toString(36);
+  for (let i = 0; i < text.length; i++) h = (Math.imul(h, 33) ^ text.charCodeAt(i)) >>> 0;
+  return h.toString(36);
 }
+
+function quarlTag(id) { return 'm' + quarlHash(id); }
 
 function quarlNoteTag(state, key, tag, list) {
   const tags = state[list][key] || (state[list][key] = []);
@@ -299,6 +302,7 @@ async function quarlHarvest(out, state, budget, chatKey) {
     return 0;
   }
   const conv = quarlChatRef(main);
+  if (!conv) state.chatsWithNoId++;
   const title = quarlOpenChatTitle();
   const before = out.length;
   for (let i = Math.max(0, rows.length - state.messageLimit); i < rows.length; i++) {
