@@ -160,6 +160,11 @@ std::optional<Answer> WhatsAppStandIn::admin(const std::string& method, const st
   if (path == "/admin/whatsapp/chats") {
     const auto* chats = body.if_contains("chats");
     if (!chats || !chats->is_array()) return problem(400, "bad_chats", "chats is a list of {id, title, messages}");
+    // A fresh account: these chats only, none opened yet.
+    if (const auto* replace = body.if_contains("replace"); replace && *replace == json::value(true)) {
+      chats_.clear();
+      opened_.clear();
+    }
     for (const auto& given : chats->as_array()) {
       if (!given.is_object() || !given.as_object().contains("id")) return problem(400, "bad_chat", "a chat needs an id");
       auto& into = chat(std::string(given.as_object().at("id").as_string()));

@@ -189,7 +189,8 @@
       hangFiber(state.markup === '2023' ? cell : title, chat.fiberDepth !== undefined ? chat.fiberDepth : 3 + (i % 5),
         { chat: chatModel(chat) });
       // A finger's press: WhatsApp opens a chat on mousedown, not on click.
-      row.addEventListener('mousedown', function () { openConversation(chat.id); });
+      // A `stubborn` chat's row takes no press, as a row WhatsApp is still drawing.
+      if (!chat.stubborn) row.addEventListener('mousedown', function () { openConversation(chat.id); });
       grid.appendChild(row);
     }
     pane.appendChild(grid);

@@ -77,7 +77,8 @@ function quarlListed(counts) {
 }
 
 function quarlRowOf(key) {
-  return quarlListed(null).find(function (entry) { return entry.key === key; }) || null;
+  const entry = quarlListed(null).find(function (e) { return e.key === key; });
+  return entry ? entry.row : null;
 }
 
 // A press as a finger makes it, at the centre of the target: WhatsApp opens a chat on the
@@ -209,10 +210,14 @@ for (const e of changedRows) {
   if (wanted.length >= newLane) break;
   if (e.target && !knownKeys.has(e.key) && !wanted.includes(e.key)) wanted.push(e.key);
 }
+// The rotation takes chats seen before first, so that it keeps its share whatever the new rows
+// do; what budget is left goes to the rest, as on a first look, where every row is new.
 const start = firstLook ? 0 : ((Number(cursor) || 0) % changedRows.length + changedRows.length) % changedRows.length;
-for (let i = 0; i < changedRows.length && wanted.length < budget; i++) {
-  const e = changedRows[(start + i) % changedRows.length];
-  if (e.target && !wanted.includes(e.key)) wanted.push(e.key);
+for (const seenOnly of [true, false]) {
+  for (let i = 0; i < changedRows.length && wanted.length < budget; i++) {
+    const e = changedRows[(start + i) % changedRows.length];
+    if (e.target && (!seenOnly || knownKeys.has(e.key)) && !wanted.includes(e.key)) wanted.push(e.key);
+  }
 }
 
 const spent = new Set(retriesSpent || []);

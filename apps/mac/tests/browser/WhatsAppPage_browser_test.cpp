@@ -1,6 +1,3 @@
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/steady_timer.hpp>
-#include <boost/asio/use_awaitable.hpp>
 #include <boost/json/parse.hpp>
 #include <gmock/gmock.h>
 
@@ -9,18 +6,8 @@
 #include <map>
 #include <thread>
 
-#include "CapturingLogSink.h"
-#include "DevBrainAdmin.h"
-#include "DevBrainProcess.h"
-#include "ManualClock.h"
-#include "MemorySettingsStore.h"
-#include "PrivateDisplay_linux.h"
-#include "RunAwaitable.h"
-#include "SettingsKeys.h"
-#include "TemporaryDirectory.h"
-#include "WhatsAppPage_linux.h"
+#include "BrowserFixture.h"
 #include "WhatsAppScripts.h"
-#include "WhatsAppSession.h"
 
 namespace quarl {
 namespace WhatsAppWeb {
@@ -34,87 +21,9 @@ using namespace std::chrono_literals;
 using ::testing::HasSubstr;
 using WhatsAppWeb::SessionState;
 
-// One display and one devbrain for every test here: GTK starts once per process.
-class BrowserWorld : public ::testing::Environment {
- public:
-  void SetUp() override {
-    std::string refusal;
-    display_ = PrivateDisplay::start(refusal);
-    ASSERT_TRUE(display_) << refusal;
-    ::setenv("DISPLAY", display_->name().c_str(), 1);
-    ::setenv("XAUTHORITY", display_->authority().c_str(), 1);
-    brain_ = std::make_unique<testing::DevBrainProcess>();
-  }
-  void TearDown() override { brain_.reset(); }
-  static testing::DevBrainProcess& brain() { return *brain_; }
-
- private:
-  static inline std::unique_ptr<PrivateDisplay> display_;
-  static inline std::unique_ptr<testing::DevBrainProcess> brain_;
-};
-
-const auto* const world = ::testing::AddGlobalTestEnvironment(new BrowserWorld);
-
-class WhatsAppPageInWebKit : public ::testing::Test {
- protected:
-  WhatsAppPageInWebKit() {
-    defaults_->write(keys::whatsappEnabled, true);
-    defaults_->write(keys::whatsappWebURL, json::string(BrowserWorld::brain().baseURL() + "/whatsapp/"));
-    admin_.post("/admin/whatsapp/screen", json::object{{"screen", "link"}, {"markup", "2026"}});
-  }
-  ~WhatsAppPageInWebKit() override {
-    session_.reset();
-    page_.reset();
-    QuarlLog::install(nullptr);
-  }
-
-  template <class T>
-  T run(asio::awaitable<T> work) { return testing::runAwaitable(io_, std::move(work)); }
-
-  // Real time passes on the loop, so that the page's answers arrive meanwhile.
-  void pause(std::chrono::milliseconds length) {
-    run([](asio::io_context& io, std::chrono::milliseconds length) -> asio::awaitable<bool> {
-      asio::steady_timer timer(io, length);
-      co_await timer.async_wait(asio::use_awaitable);
-      co_return true;
-    }(io_, length));
-  }
-
-  // Probes until the page reads `wanted`, for up to 20 s; the last state read.
-  SessionState probeUntil(const SessionState& wanted) {
-    SessionState state;
-    for (int i = 0; i < 100; ++i) {
-      state = run(session_->refreshState());
-      if (state == wanted) break;
-      pause(200ms);
-    }
-    return state;
-  }
-
-  // Loads the page again and waits for the new one's chat list.
-  void reloadUntilChats() {
-    if (!session_->hasNavigated()) {
-      run(session_->load());
-    } else {
-      evaluate("window.quarlBefore = true; 1");
-      run(session_->renavigate("a fresh page for the test"));
-    }
-    for (int i = 0; i < 100 && evaluate("String(!window.quarlBefore && !!document.querySelector('#pane-side'))") != "true"; ++i) {
-      pause(100ms);
-    }
-  }
-
-  std::string evaluate(const std::string& script) { return run(session_->evaluate(script)).value_or("(failed)"); }
-
-  asio::io_context io_;
-  testing::TemporaryDirectory folder_;
-  std::shared_ptr<testing::ManualClock> clock_ = std::make_shared<testing::ManualClock>(SystemTime(1800000000s));
-  std::shared_ptr<testing::MemorySettingsStore> defaults_ = std::make_shared<testing::MemorySettingsStore>();
-  std::shared_ptr<WebKitWhatsAppPage> page_ = std::make_shared<WebKitWhatsAppPage>(io_.get_executor(), folder_.path());
-  std::shared_ptr<WhatsAppSession> session_ = WhatsAppSession::create(io_.get_executor(), clock_, defaults_, page_);
-  std::shared_ptr<testing::CapturingLogSink> log_ = testing::CapturingLogSink::installed();
-  testing::DevBrainAdmin admin_{BrowserWorld::brain()};
-};
+const auto* const world = ::testing::AddGlobalTestEnvironment(new testing::BrowserWorld);
+using testing::WhatsAppPageInWebKit;
+using testing::BrowserWorld;
 
 TEST_F(WhatsAppPageInWebKit, TheProbeReadsEveryScreenOfTheStandIn) {
   run(session_->load());
