@@ -1,9 +1,12 @@
 #include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
 #include <boost/process/args.hpp>
 #include <boost/process/child.hpp>
 #include <boost/process/io.hpp>
 #include <gmock/gmock.h>
 #include <csignal>
+#include <fstream>
+#include <map>
 
 #include "DevBrainAdmin.h"
 #include "FileContents.h"
@@ -112,6 +115,70 @@ TEST_F(WhatsAppHostAgainstDevBrain, ATerminalLinksThroughTheRunningHostWhichThen
   const auto log = testing::fileContents(log_);
   EXPECT_THAT(log, HasSubstr("advertising it anyway"));
   EXPECT_THAT(log, HasSubstr("WhatsApp is not being offered by this Mac: WhatsApp Web is showing its QR code"));
+}
+
+json::object chatWith(const std::string& id, const std::string& title, json::array messages) {
+  return json::object{{"id", id}, {"title", title}, {"messages", std::move(messages)}};
+}
+
+json::object said(const std::string& id, std::int64_t t, const std::string& body, bool fromMe = false) {
+  return json::object{{"id", id}, {"t", t}, {"body", body}, {"fromMe", fromMe}};
+}
+
+TEST_F(WhatsAppHostAgainstDevBrain, MessagesArrivingWhileTheHostRunsReachTheServiceOnceEachAcrossARestart) {
+  // A Mac that already hosts a linked session, on a page showing two chats.
+  auto defaults = json::parse(testing::fileContents(home_.config() / "defaults.json")).as_object();
+  defaults["QuarlWhatsappHostsSession"] = true;
+  std::ofstream(home_.config() / "defaults.json") << json::serialize(defaults);
+  admin_.post("/admin/whatsapp/chats",
+              {{"replace", true},
+               {"chats", json::array{chatWith("447700900123@c.us", "Ada", json::array{said("3EB0A1", 1795000000, "hello")}),
+                                     chatWith("120363025@g.us", "Climbing",
+                                              json::array{said("3EB0B1", 1795000100, "rope?", true)})}}});
+  admin_.post("/admin/whatsapp/screen", {{"screen", "linked"}});
+  const auto whatsappIngests = [&] {
+    std::map<std::string, json::object> byId;
+    const auto all = admin_.get("/admin/ingested");
+    for (const auto& each : all.as_array()) {
+      if (each.at("channelId") == "ch-whatsapp") byId[std::string(each.at("externalMessageId").as_string())] = each.as_object();
+    }
+    return byId;
+  };
+  const auto reached = [&](std::size_t count) {
+    return testing::eventually([&] { return whatsappIngests().size() >= count; }, 100s);
+  };
+
+  auto host = home_.start(environment_, log_);
+  ASSERT_TRUE(reached(2)) << testing::fileContents(log_);
+  admin_.post("/admin/whatsapp/messages", {{"chat", "447700900123@c.us"}, {"messages", json::array{said("3EB0A2", 1795000200, "are you there?")}}});
+  ASSERT_TRUE(reached(3)) << testing::fileContents(log_);
+  EXPECT_THAT(testing::fileContents(log_), HasSubstr("quarl: whatsapp: every conversation has been read once"));
+  ::kill(host.id(), SIGTERM);
+  host.wait();
+
+  auto again = home_.start(environment_, log_);
+  admin_.post("/admin/whatsapp/messages", {{"chat", "120363025@g.us"}, {"messages", json::array{said("3EB0B2", 1795000300, "I have it")}}});
+  ASSERT_TRUE(reached(4)) << testing::fileContents(log_);
+  const auto passes = admin_.requestsTo("/v1/relay/heartbeat");
+  ASSERT_TRUE(testing::eventually([&] { return admin_.requestsTo("/v1/relay/heartbeat") >= passes + 1; }, 40s));
+  ::kill(again.id(), SIGTERM);
+  again.wait();
+
+  EXPECT_EQ(admin_.get("/admin/stats").at("duplicateIngests"), 0) << "nothing handed over twice, restart or not";
+  const auto ingested = whatsappIngests();
+  ASSERT_EQ(ingested.size(), 4u);
+  const auto& hello = ingested.at("3EB0A1");
+  EXPECT_EQ(hello.at("externalThreadId"), "447700900123@c.us");
+  EXPECT_EQ(hello.at("direction"), "inbound");
+  EXPECT_EQ(hello.at("body"), "hello");
+  EXPECT_EQ(hello.at("threadKind"), "direct");
+  EXPECT_EQ(hello.at("senderIdentifier"), "+447700900123");
+  EXPECT_THAT(std::string(hello.at("sentAt").as_string()), HasSubstr("2026-11-18T"));
+  const auto& rope = ingested.at("3EB0B1");
+  EXPECT_EQ(rope.at("direction"), "outbound");
+  EXPECT_EQ(rope.at("threadKind"), "group");
+  EXPECT_EQ(rope.at("threadTitle"), "Climbing");
+  EXPECT_EQ(ingested.at("3EB0B2").at("body"), "I have it");
 }
 
 }  // namespace
