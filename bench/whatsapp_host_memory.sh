@@ -2,7 +2,8 @@
 # Resident memory of the Linux host without WhatsApp and with WhatsApp Web's page loaded (the
 # host, its WebKit processes and, when $DISPLAY is unset, its private Xvfb), against devbrain's
 # stand-in showing a linked page. RSS counts shared libraries in every process; PSS shares them
-# out, so PSS sums to what the processes together cost.
+# out, so PSS sums to what the processes together cost. Then the CPU the linked host's family
+# uses over 60 s of idling, its 30 s ticks (each a capture pass over a quiet page) included.
 # Usage: bench/whatsapp_host_memory.sh   (build first: ninja -C build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -80,4 +81,18 @@ for _ in $(seq 90); do
 done
 sleep 5
 measure "host with WhatsApp Web linked" "$host"
+
+# User and system clock ticks of the whole family, from /proc/<pid>/stat.
+cpu_ticks() {
+  local total=0
+  for pid in $(family "$host"); do
+    total=$((total + $(awk '{print $14 + $15}' "/proc/$pid/stat" 2>/dev/null || echo 0)))
+  done
+  echo "$total"
+}
+before=$(cpu_ticks)
+sleep 60
+after=$(cpu_ticks)
+awk -v t=$((after - before)) -v hz="$(getconf CLK_TCK)" \
+  'BEGIN { printf "%-64s CPU %5.2f s over 60 s (%.2f%% of one core)\n", "host with WhatsApp Web linked, idle", t / hz, t / hz / 60 * 100 }'
 stop_host

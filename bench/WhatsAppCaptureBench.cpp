@@ -1,0 +1,118 @@
+// WhatsApp capture passes in a real WebKitGTK against devbrain's stand-in, 15 chats of 40 messages:
+//   1. the first look (the newest 3 chats opened, the rest baselined);
+//   2. a quiet pass: nothing changed, so nothing is pressed;
+//   3. a busy pass: 6 changed chats opened with 40 rows each, and 6 unchanged chats read without
+//      opening from the page's memory.
+// For the quiet and busy passes, the capture script alone and the whole tick stage (script, rules,
+// settings and every message handed to devbrain over HTTP) are timed.
+#include <boost/json/parse.hpp>
+#include <chrono>
+#include <cstdio>
+
+#include "../apps/mac/tests/support/DevBrainAdmin.h"
+#include "../apps/mac/tests/support/MemorySettingsStore.h"
+#include "../apps/mac/tests/support/RunAwaitable.h"
+#include "../apps/mac/tests/support/TemporaryDirectory.h"
+#include "PrivateDisplay_linux.h"
+#include "SettingsKeys.h"
+#include "WhatsAppCapture.h"
+#include "WhatsAppPage_linux.h"
+#include "platform/linux/HttpTransport_linux.h"
+
+namespace {
+
+namespace asio = boost::asio;
+namespace json = boost::json;
+using namespace std::chrono;
+using quarl::testing::runAwaitable;
+
+constexpr int chats = 15;
+constexpr int rowsEach = 40;
+constexpr std::int64_t baseTime = 1795000000;
+
+std::string ref(int n) {
+  char id[32];
+  std::snprintf(id, sizeof id, "4477009002%02d@c.us", n);
+  return id;
+}
+
+json::object said(const std::string& id, std::int64_t t) {
+  return json::object{{"id", id}, {"t", t}, {"body", "message " + id + " with a few words in it"}};
+}
+
+double millisecondsSince(steady_clock::time_point start) {
+  return duration<double, std::milli>(steady_clock::now() - start).count();
+}
+
+}  // namespace
+
+int main() {
+  quarl::PrivateDisplay::reserveEnvironment();
+  quarl::testing::DevBrainProcess brain;
+  quarl::testing::DevBrainAdmin admin(brain);
+  json::array all;
+  for (int n = 0; n < chats; ++n) {
+    json::array messages;
+    for (int i = 0; i < rowsEach; ++i) messages.push_back(said("3EB0" + std::to_string(n * 100 + i), baseTime + n * 1000 + i));
+    all.push_back(json::object{{"id", ref(n)}, {"title", "Chat " + std::to_string(n)}, {"messages", messages}});
+  }
+  admin.post("/admin/whatsapp/chats", json::object{{"replace", true}, {"chats", all}});
+  admin.post("/admin/whatsapp/screen", json::object{{"screen", "linked"}});
+
+  asio::io_context io;
+  quarl::testing::TemporaryDirectory folder;
+  auto clock = std::make_shared<quarl::SystemClock>();
+  auto defaults = std::make_shared<quarl::testing::MemorySettingsStore>();
+  defaults->write(quarl::keys::whatsappEnabled, true);
+  defaults->write(quarl::keys::whatsappWebURL, json::string(brain.baseURL() + "/whatsapp/"));
+  defaults->write(quarl::keys::whatsappSweepVersion, 1);
+  auto page = std::make_shared<quarl::WebKitWhatsAppPage>(io.get_executor(), folder.path());
+  auto session = quarl::WhatsAppSession::create(io.get_executor(), clock, defaults, page);
+  runAwaitable(io, session->load());
+  if (!quarl::WhatsAppWeb::isSettled(runAwaitable(io, session->settledState()))) {
+    std::printf("the stand-in never read linked\n");
+    return 1;
+  }
+  const auto device = admin.post("/admin/devices").as_object();
+  quarl::BrainClient client(io.get_executor(), brain.baseURL(), quarl::ClientIdentity{"linux", 1, "bench", "bench", "bench"},
+                            quarl::Credentials{std::string(device.at("accessToken").as_string()),
+                                               std::string(device.at("refreshToken").as_string()),
+                                               std::string(device.at("deviceId").as_string())},
+                            std::make_shared<quarl::BeastHttpTransport>(io.get_executor()), clock, nullptr);
+  quarl::WhatsAppCapture capture(clock, defaults);
+
+  const auto stage = [&](const char* what) {
+    const auto started = steady_clock::now();
+    runAwaitable(io, capture.capture(*session, client, "ch-whatsapp"));
+    std::printf("%-48s %7.0f ms\n", what, millisecondsSince(started));
+  };
+  const auto script = [&](const char* what, std::vector<std::string> peek) {
+    quarl::WhatsAppWeb::CaptureInputs inputs;
+    inputs.known = defaults->strings(quarl::keys::whatsappRowPrints).value_or(std::vector<std::string>{});
+    inputs.peek = std::move(peek);
+    const auto started = steady_clock::now();
+    const auto result = runAwaitable(io, session->readNew(std::move(inputs)));
+    std::printf("%-48s %7.0f ms  (%s: %lld opened, %zu read without opening, %zu messages)\n", what,
+                millisecondsSince(started), result.stage.c_str(), static_cast<long long>(result.counts.opened),
+                result.peeked.size(), result.messages.size());
+  };
+
+  stage("first look, whole stage");
+  script("quiet pass, capture script", {});
+  stage("quiet pass, whole stage");
+
+  std::vector<std::string> unchanged;
+  for (int n = 0; n < 6; ++n) {
+    admin.post("/admin/whatsapp/messages",
+               json::object{{"chat", ref(n)}, {"messages", json::array{said("3EB1" + std::to_string(n), baseTime + 90000 + n)}}});
+    admin.post("/admin/whatsapp/messages", json::object{{"chat", ref(6 + n)}, {"modelOnly", true},
+                                                        {"messages", json::array{said("3EB2" + std::to_string(n), baseTime + 80000 + n)}}});
+    unchanged.push_back(quarl::WhatsAppWeb::messageTag(ref(6 + n)).substr(1));
+  }
+  const auto settle = steady_clock::now() + milliseconds(800);  // the page polls its state every 250 ms
+  while (steady_clock::now() < settle) io.run_for(milliseconds(50));
+  script("busy pass, capture script", unchanged);
+  stage("busy pass, whole stage");
+  std::printf("messages handed to devbrain: %zu\n", admin.get("/admin/ingested").as_array().size());
+  return 0;
+}
