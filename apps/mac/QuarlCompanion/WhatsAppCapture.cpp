@@ -109,20 +109,21 @@ asio::awaitable<WhatsAppCapture::End> WhatsAppCapture::capture(WhatsAppSession& 
   inputs.catchUp = sweeping;
   inputs.cursor = cursor;
   inputs.retriesSpent = retries_.spent();
-  inputs.peek = schedule_.due(WhatsAppWeb::listedChats(baseline), now);
+  // The chats the list showed last pass: those out of sight cannot be read without opening, and
+  // would take every slot as the longest unread. Before any pass, the baseline's stand in.
+  inputs.peek = schedule_.due(listed_.empty() ? WhatsAppWeb::listedChats(baseline) : listed_, now);
   inputs.peekWatching = schedule_.watching();
   const auto result = co_await session.readNew(std::move(inputs));
   for (const auto& line : WhatsAppWeb::healthLines(result)) QuarlLog::say(line);
 
   if (result.ok) {
     retries_.record(result);
+    // Every known chat counts as present, drawn or not: a chat forgotten would lose its record
+    // of what was handed over.
     schedule_.record(result, WhatsAppWeb::listedChats(result.fingerprints), now);
+    listed_ = result.listed;
     baseline = result.fingerprints;
     cursor = WhatsAppWeb::cursorAfter(cursor, result);
-    if (sweeping && WhatsAppWeb::sweepIsComplete(result)) {
-      defaults_->write(keys::whatsappSweepVersion, 1);
-      QuarlLog::say("quarl: whatsapp: every conversation has been read once");
-    }
   }
   auto handed = co_await ingestEach(client, channelId, WhatsAppWeb::toPost(result, sent_, schedule_));
   co_await deliverOwedFiles(client, WhatsAppWeb::filesNowInHand(result, sent_));
@@ -133,6 +134,10 @@ asio::awaitable<WhatsAppCapture::End> WhatsAppCapture::capture(WhatsAppSession& 
     if (!sent_.alreadySent(failed.message)) unsent.push_back(failed.message);
   }
   WhatsAppWeb::readAgain(unsent, baseline, schedule_);
+  if (sweeping && WhatsAppWeb::sweepIsComplete(result) && unsent.empty()) {
+    defaults_->write(keys::whatsappSweepVersion, 1);
+    QuarlLog::say("quarl: whatsapp: every conversation has been read once");
+  }
   if (result.ok || !unsent.empty()) {
     defaults_->writeStrings(keys::whatsappRowPrints, baseline);
     defaults_->write(keys::whatsappCaptureCursor, cursor);

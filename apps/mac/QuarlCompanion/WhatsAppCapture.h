@@ -47,6 +47,7 @@ class WhatsAppCapture {
   WhatsAppWeb::SentMessages sent_;
   WhatsAppWeb::PeekSchedule schedule_;
   WhatsAppWeb::RetryBudget retries_;
+  std::vector<std::string> listed_;  // the chat keys the list showed last pass
 };
 
 // The ingest of one WhatsApp message on the channel `channelId`; `readAt` dates a message whose

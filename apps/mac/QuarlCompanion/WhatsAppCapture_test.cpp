@@ -30,7 +30,7 @@ json::object record(const std::string& id, const std::string& chat, bool peek = 
 std::string readAnswer() {
   return json::serialize(json::object{{"ok", true}, {"stage", "read"}, {"opened", 1}, {"changed", 1},
                                       {"harvested", json::array{"ka"}}, {"peeked", json::array{"kb"}},
-                                      {"fingerprints", json::array{"ka|2", "kb|1"}},
+                                      {"fingerprints", json::array{"ka|2", "kb|1"}}, {"listed", json::array{"ka", "kb"}},
                                       {"messages", json::array{record("A1", "ka"), record("A2", "ka"),
                                                                record("B1", "kb", true)}}});
 }
@@ -85,7 +85,7 @@ TEST_F(WhatsAppCaptureOnAManualClock, ARevokedSessionEndsThePassAndWhatWasNotHan
   EXPECT_EQ(page_->calls.front().second.at("catchUp"), false);
 
   // The opened chat leaves the baseline and the peeked one is due again, so both are read.
-  EXPECT_THAT(defaults_->strings(keys::whatsappRowPrints).value_or(std::vector<std::string>{}), ElementsAre("kb|1"));
+  EXPECT_THAT(defaults_->strings(keys::whatsappRowPrints).value_or(std::vector<std::string>{}), ElementsAre("kb|1", "ka|"));
   EXPECT_EQ(log_->linesContaining("1 handed over, 1 FAILED, 1 not tried"), 1);
 
   // Paired again, with a fresh process: nothing goes twice, and what was not handed over goes.
@@ -96,7 +96,7 @@ TEST_F(WhatsAppCaptureOnAManualClock, ARevokedSessionEndsThePassAndWhatWasNotHan
   EXPECT_EQ(pass(paired), WhatsAppCapture::End::done);
   EXPECT_THAT(ingested(*paired), ElementsAre("A2", "B1"));
   const auto& asked = page_->calls.back().second;
-  EXPECT_EQ(asked.at("known"), (json::array{"kb|1"}));
+  EXPECT_EQ(asked.at("known"), (json::array{"kb|1", "ka|"}));
   EXPECT_EQ(asked.at("peek"), (json::array{"kb"}));
   EXPECT_EQ(pass(paired), WhatsAppCapture::End::done);
   EXPECT_EQ(ingested(*paired).size(), 2u) << "a third read of the same page hands nothing over";

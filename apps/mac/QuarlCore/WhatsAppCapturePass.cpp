@@ -117,7 +117,10 @@ void readAgain(const std::vector<Message>& unsent, std::vector<std::string>& bas
     if (message.peeked) {
       schedule.lastRead.erase(key);
     } else {
+      // The chat stays known, so that the baseline never empties into a first look, but no row
+      // print matches an empty hash: it reads as changed and is opened again.
       std::erase_if(baseline, [&](const std::string& print) { return chatKey(print) == key; });
+      baseline.push_back(key + "|");
     }
   }
 }

@@ -66,7 +66,8 @@ bool sweepIsComplete(const ReadResult& result);
 std::int64_t cursorAfter(std::int64_t cursor, const ReadResult& result);
 
 // The chats of messages that did not reach the service are read again next pass: an opened
-// chat leaves the baseline, and a chat read without opening is due again at once.
+// chat's print in the baseline becomes one no row matches, and a chat read without opening is
+// due again at once.
 void readAgain(const std::vector<Message>& unsent, std::vector<std::string>& baseline, PeekSchedule& schedule);
 
 // What the page showed that is not an empty inbox: a line for each, said as it is.

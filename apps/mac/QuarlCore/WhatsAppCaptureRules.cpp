@@ -169,6 +169,9 @@ void PeekSchedule::record(const ReadResult& result, const std::vector<std::strin
   for (const auto& key : listed) present[key] = now;
   std::vector<std::string> read = result.peeked;
   read.insert(read.end(), result.harvested.begin(), result.harvested.end());
+  // A chat whose memory could not be read waits its turn like one that was read, rather than
+  // taking a slot every pass as the longest unread.
+  for (const auto& key : result.peekBlind) lastRead[key] = now;
   for (const auto& key : read) {
     lastRead[key] = now;
     // A chat read again holds only the waits this read found.

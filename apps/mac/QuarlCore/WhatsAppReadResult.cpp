@@ -185,6 +185,7 @@ ReadResult readMessages(std::string_view answer, SystemTime now) {
   result.ciphertextChats = stringsOf(object->if_contains("ciphertextChats"));
   result.fingerprints = stringsOf(object->if_contains("fingerprints"));
   result.heldBack = stringsOf(object->if_contains("heldBack"));
+  result.listed = stringsOf(object->if_contains("listed"));
   result.waitingTags = tagsOf(*object, "waitingTags");
   result.resolvedTags = tagsOf(*object, "resolvedTags");
   return result;

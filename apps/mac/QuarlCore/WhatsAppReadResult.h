@@ -69,6 +69,9 @@ struct ReadResult {
   std::vector<std::string> ciphertextChats;  // chat keys holding rows not decrypted yet
   std::vector<std::string> fingerprints;     // the list's row prints after this pass
   std::vector<std::string> heldBack;         // chat keys kept out of the baseline
+  // The chat keys the list showed after this pass, in order. The fingerprints hold more: rows
+  // read before and out of sight now stay known.
+  std::vector<std::string> listed;
   std::map<std::string, std::vector<std::string>> waitingTags;   // chat key → tags still decrypting
   std::map<std::string, std::vector<std::string>> resolvedTags;  // chat key → tags now readable
 

@@ -101,7 +101,7 @@ constexpr std::string_view recorded = R"({
   "peekUnreadable": 0, "idsDisagree": 0, "peekShallow": 1, "deferred": 5, "rowsWithoutTarget": 0,
   "nonConversationRows": 2, "rowsWithoutChatId": 0.0, "unreadableRows": "7",
   "peeked": ["k1", 7], "peekBlind": ["k9"], "harvested": ["k2", "k3"], "ciphertextChats": ["k3"],
-  "fingerprints": ["k1|a", "k2|b"], "heldBack": ["k3"],
+  "fingerprints": ["k1|a", "k2|b"], "heldBack": ["k3"], "listed": ["k2", "k3"],
   "waitingTags": {"k1": ["m1x", "m2y"], "k4": []}, "resolvedTags": {"k3": ["mzz"]},
   "messages": [
     {"id": "false_4915112345678@c.us_LEGACY1", "conv": null, "fromMe": null, "t": null,
@@ -166,6 +166,7 @@ TEST(WhatsAppReadResult, ARecordedAnswerBecomesMessagesWithEveryCounterOnTheLine
   EXPECT_EQ(result.counts.unreadableRows, 7) << "a count may come as digits";
   EXPECT_EQ(result.peeked, std::vector<std::string>{"k1"});
   EXPECT_EQ(result.heldBack, std::vector<std::string>{"k3"});
+  EXPECT_EQ(result.listed, (std::vector<std::string>{"k2", "k3"}));
   EXPECT_EQ(result.waitingTags.size(), 1u) << "a chat with no tags waits for nothing";
   EXPECT_EQ(result.resolvedTags.at("k3"), std::vector<std::string>{"mzz"});
 

@@ -110,7 +110,9 @@ async function quarlOpen(entry) {
     gone = !row;
     if (row && quarlIsSelected(row)) {
       selected = true;
-      if (quarlMsgRows(document.querySelector('#main')).length) return 'arrived';
+      // The pane of the chat open before may still be showing: it is not this chat's.
+      const main = document.querySelector('#main');
+      if (quarlMsgRows(main).length && (!entry.ref || quarlChatRef(main) === entry.ref)) return 'arrived';
     }
   }
   if (selected) return 'openedEmpty';
@@ -120,7 +122,7 @@ async function quarlOpen(entry) {
 const state = quarlCounters({ messageLimit: messageLimit, peekMessageLimit: peekMessageLimit });
 const pass = { rowsInList: 0, changed: 0, opened: 0, failedToOpen: 0, neverSelected: 0, openedEmpty: 0, raced: 0,
   deferred: 0, rowsWithoutTarget: 0, nonConversationRows: 0, rowsWithoutChatId: 0, unreadableRows: 0,
-  sharedKeyRows: 0, fingerprints: [], heldBack: [] };
+  sharedKeyRows: 0, fingerprints: [], heldBack: [], listed: [] };
 const out = [];
 
 function report(stage) {
@@ -145,6 +147,8 @@ function quarlBaseline(known, opened, firstLook) {
   const knownOf = function (key) { return known.filter(function (print) { return print.split('|')[0] === key; }); };
   for (const entry of listed) {
     if (!entry.print) continue;
+    // Only conversations are read without opening: the rest would hold a slot for ever.
+    if (!listedKeys.has(entry.key) && entry.kind === 'conversation') pass.listed.push(entry.key);
     listedKeys.add(entry.key);
     const read = firstLook || opened.has(entry.key) || known.includes(entry.print) || entry.kind !== 'conversation';
     if (read && !held.has(entry.key)) {
@@ -161,11 +165,12 @@ function quarlBaseline(known, opened, firstLook) {
   return prints;
 }
 
-const pane = quarlPane();
-if (!pane) return report('chatListMissing');
-// The list is virtualised and ordered by recent activity: the changed chats are at its top.
-pane.scrollTop = 0;
-const top = quarlListRows(pane)[0];
+if (!quarlPane()) return report('chatListMissing');
+// The list is virtualised and ordered by recent activity: the changed chats are at its top. It
+// draws its rows again once it has scrolled, so the first row is asked for after that.
+quarlPane().scrollTop = 0;
+await quarlSleep(50);
+const top = quarlListRows(quarlPane())[0];
 if (top) {
   try { top.scrollIntoView({ block: 'start' }); } catch (e) {}
 }
@@ -226,7 +231,7 @@ const handled = new Set();
 const opened = new Set();
 for (let round = 0; round < quarlWalkRounds && handled.size < wanted.length; round++) {
   // Read again every round: a row found before a press may be detached after it.
-  const entry = quarlListed(null).find(function (e) { return wanted.includes(e.key) && !handled.has(e.key); });
+  const entry = quarlListed(null).find(function (e) { return e.target && wanted.includes(e.key) && !handled.has(e.key); });
   if (!entry) break;
   handled.add(entry.key);
   const outcome = quarlIsSelected(entry.row) ? 'arrived' : await quarlOpen(entry);

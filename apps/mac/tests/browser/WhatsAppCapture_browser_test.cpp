@@ -179,16 +179,21 @@ TEST_F(CaptureInWebKit, NewRowsThatWillNotOpenTakeAtMostHalfTheBudgetAndAChanged
 
 TEST_F(CaptureInWebKit, ReadsTheTopOfAVirtualisedListScrolledAway) {
   json::array chats;
-  for (int n = 1; n <= 9; ++n) chats.push_back(chat(n));
+  for (int n = 1; n <= 20; ++n) chats.push_back(chat(n));
   showChats("2025", chats, 4);
   const auto first = pass({});
   EXPECT_EQ(first.fingerprints.size(), 4u) << "only the drawn rows exist";
-  evaluate("document.querySelector('#pane-side').scrollTop = 400; 1");
+  EXPECT_EQ(first.listed, (std::vector<std::string>{keyOf(20), keyOf(19), keyOf(18), keyOf(17)}));
+  // The owner scrolled the list: rows further down are drawn now, and the top is gone.
+  evaluate("document.querySelector('#pane-side').scrollTop = 720; 1");
   pause(300ms);
+  ASSERT_EQ(evaluate("String(!!document.querySelector('#pane-side span[title=\"Chat 20\"]'))"), "false");
 
   send(1, json::array{message("3EB0F1", baseTime + 2000, "from far below the fold")});
   const auto moved = pass(first.fingerprints);
   EXPECT_EQ(moved.harvested, std::vector<std::string>{keyOf(1)}) << moved.summary();
+  EXPECT_EQ(moved.listed.front(), keyOf(1));
+  EXPECT_EQ(moved.fingerprints.size(), 5u) << "chat 17, pushed out of sight, stays known";
   EXPECT_TRUE(idsOf(moved).contains("3EB0F1"));
 }
 
