@@ -13,11 +13,11 @@
 #include "DevBrainProcess.h"
 #include "ManualClock.h"
 #include "MemorySettingsStore.h"
-#include "PrivateDisplay_linux.h"
+#include "platform/linux/PrivateDisplay_linux.h"
 #include "RunAwaitable.h"
 #include "SettingsKeys.h"
 #include "TemporaryDirectory.h"
-#include "WhatsAppPage_linux.h"
+#include "platform/linux/WhatsAppPageModule_linux.h"
 #include "WhatsAppSession.h"
 
 namespace quarl::testing {
@@ -101,7 +101,10 @@ class WhatsAppPageInWebKit : public ::testing::Test {
   TemporaryDirectory folder_;
   std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>(SystemTime(1800000000s));
   std::shared_ptr<MemorySettingsStore> defaults_ = std::make_shared<MemorySettingsStore>();
-  std::shared_ptr<WebKitWhatsAppPage> page_ = std::make_shared<WebKitWhatsAppPage>(io_.get_executor(), folder_.path());
+  // Loaded as the host loads it: a program that links WebKit directly exports its own copies of
+  // the C++ library's templates to JavaScriptCore, which the sanitizers then catch it using.
+  std::shared_ptr<WhatsAppPage> page_ =
+      std::make_shared<WhatsAppPageModule>(io_.get_executor(), folder_.path(), QUARL_PAGE_LIBRARY_PATH);
   std::shared_ptr<WhatsAppSession> session_ = WhatsAppSession::create(io_.get_executor(), clock_, defaults_, page_);
   std::shared_ptr<CapturingLogSink> log_ = CapturingLogSink::installed();
   DevBrainAdmin admin_{BrowserWorld::brain()};

@@ -170,7 +170,7 @@ TEST_F(WhatsAppPageInWebKit, TheLinkKeptInCookiesSurvivesARestartOfTheHost) {
   session_.reset();
   page_.reset();
 
-  page_ = std::make_shared<WebKitWhatsAppPage>(io_.get_executor(), folder_.path());
+  page_ = std::make_shared<WhatsAppPageModule>(io_.get_executor(), folder_.path(), QUARL_PAGE_LIBRARY_PATH);
   session_ = WhatsAppSession::create(io_.get_executor(), clock_, defaults_, page_);
   run(session_->load());
   probeUntil(SessionState::needsLink());
