@@ -126,7 +126,13 @@ asio::awaitable<WhatsAppCapture::End> WhatsAppCapture::capture(WhatsAppSession& 
     cursor = WhatsAppWeb::cursorAfter(cursor, result);
   }
   auto handed = co_await ingestEach(client, channelId, WhatsAppWeb::toPost(result, sent_, schedule_));
-  co_await deliverOwedFiles(client, WhatsAppWeb::filesNowInHand(result, sent_));
+  auto inHand = WhatsAppWeb::filesNowInHand(result, sent_);
+  const bool handedAny = !handed.posted.empty() || !handed.failed.empty() || !inHand.empty();
+  co_await deliverOwedFiles(client, std::move(inHand));
+  // Once a pass, as the Messages capture does: every save rewrites and syncs the whole settings
+  // file on this executor. A pass cut short before it hands its messages over again, and the
+  // service takes an id it already has without storing it twice.
+  if (handedAny) saveHandedOver();
 
   // What did not reach the service is read again next pass, where the page can still find it.
   std::vector<Message> unsent = handed.notTried;
@@ -170,7 +176,6 @@ asio::awaitable<IngestPass> WhatsAppCapture::ingestEach(BrainClient& client, con
         QuarlLog::say("quarl: whatsapp: Quarl refused message " + message.externalId + " — " + failure.description() +
                       "; passing over it");
         sent_.record(message);
-        saveHandedOver();
         pass.failed.push_back({message, code});
         continue;
       }
@@ -188,7 +193,6 @@ asio::awaitable<IngestPass> WhatsAppCapture::ingestEach(BrainClient& client, con
     const bool owed = co_await deliverFile(client, message, *decisions);
     sent_.record(message, owed);
     schedule_.handedOver(message, WhatsAppWeb::messageTag(message.externalId));
-    saveHandedOver();
     pass.posted.push_back(message);
   }
   co_return pass;
@@ -221,7 +225,6 @@ asio::awaitable<void> WhatsAppCapture::deliverOwedFiles(BrainClient& client, std
     const auto uploaded = co_await client.uploadInboundAttachment(message.externalId, *message.attachments.front().bytes);
     if (!uploaded) continue;
     sent_.fileDelivered(message.externalId);
-    saveHandedOver();
   }
 }
 

@@ -28,7 +28,8 @@ class WhatsAppCapture {
   // is gone; what was not handed over is read again by a later pass.
   boost::asio::awaitable<End> capture(WhatsAppSession& session, BrainClient& client, std::string channelId);
   // Hands `post` over in order, each message as one ingest with the file the service asks for.
-  // A failure that would fail every message the same way leaves the rest not tried.
+  // A failure that would fail every message the same way leaves the rest not tried. What was
+  // handed over is remembered here; `capture` saves it once its pass is over.
   boost::asio::awaitable<WhatsAppWeb::IngestPass> ingestEach(BrainClient& client, const std::string& channelId,
                                                              std::vector<WhatsAppWeb::Message> post);
   // Uploads the files owed to the service that this pass found in hand.
