@@ -45,6 +45,7 @@ Companion::Companion(CompanionParts parts)
       messagesRelay_(parts_.clock, parts_.messagesStore, sendLedger_, parts_.defaults),
       whatsapp_(WhatsAppSession::create(parts_.executor, parts_.clock, parts_.defaults, parts_.whatsappPage)) {
   messagesCapture_.setOwnSends(std::make_shared<LedgerOwnSends>(sendLedger_));
+  messagesRelay_.sendWhatsAppThrough(whatsapp_);
   loadCredentials();
 }
 

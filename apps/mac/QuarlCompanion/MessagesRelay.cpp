@@ -18,7 +18,9 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::string_view objectReplacement = "\xEF\xBF\xBC";
-constexpr std::string_view noWhatsAppSentence = "This Mac does not send WhatsApp messages yet, so nothing was sent.";
+constexpr std::string_view interruptedWhatsAppSentence =
+    "Quarl stopped while this reply was going into WhatsApp, so it cannot tell whether it went. Check the "
+    "conversation in WhatsApp before sending it again.";
 
 // A private folder for one job's files, removed with them when this goes.
 class StagingFolder {
@@ -132,40 +134,30 @@ asio::awaitable<void> MessagesRelay::runRelayJobs(BrainClient& client) {
 
 asio::awaitable<void> MessagesRelay::relay(BrainClient& client, RelayJob job) {
   if (auto journaled = journal_.find(job.id)) {
-    QuarlLog::say("quarl: relay: job " + job.id + " was offered again after it went to Messages — it is not sent again");
+    QuarlLog::say("quarl: relay: job " + job.id + " was offered again after it was handed over — it is not sent again");
     co_await confirmAndReport(client, std::move(*journaled));
     co_return;
   }
-  // WhatsApp jobs are the WhatsApp session's; until this Mac hosts one they are answered, never
-  // dropped and never left claimed.
   if (job.channelKind == "whatsapp") {
-    QuarlLog::relayJobFailed(job.id, noWhatsAppSentence);
-    // Arguments are named locals: GCC 12 mishandles temporaries built inside a co_await.
-    RelayJournal::Report notSent{false, std::string(noWhatsAppSentence), std::nullopt};
-    co_await report(client, job.id, std::move(notSent));
+    co_await relayWhatsApp(client, std::move(job));
     co_return;
   }
 
+  auto fetched = co_await fetchFiles(client, job);
   StagingFolder staging;
   std::vector<std::string> paths;
-  for (std::size_t i = 0; i < job.files.size(); ++i) {
-    auto fetched = co_await client.relayAttachmentBytes(job.id, job.files[i].id);
-    std::optional<std::string> problem;
-    if (!fetched) {
-      problem = "Quarl could not bring the file to this Mac before sending it: " + fetched.error().description();
-    } else {
-      const auto path = staging.path() / stagedName(job.files[i].filename, i);
-      if (auto notWritten = writeFile(path, fetched->bytes)) {
-        problem = "Quarl could not write the file to this Mac before sending it: " + *notWritten;
-      }
-      paths.push_back(path.string());
+  for (std::size_t i = 0; i < fetched.files.size() && !fetched.problem; ++i) {
+    const auto path = staging.path() / stagedName(job.files[i].filename, i);
+    if (auto notWritten = writeFile(path, fetched.files[i].bytes)) {
+      fetched.problem = "Quarl could not write the file to this Mac before sending it: " + *notWritten;
     }
-    if (problem) {
-      QuarlLog::relayJobFailed(job.id, *problem);
-      RelayJournal::Report notSent{false, problem, std::nullopt};
-      co_await report(client, job.id, std::move(notSent));
-      co_return;
-    }
+    paths.push_back(path.string());
+  }
+  if (fetched.problem) {
+    QuarlLog::relayJobFailed(job.id, *fetched.problem);
+    RelayJournal::Report notSent{false, fetched.problem, std::nullopt};
+    co_await report(client, job.id, std::move(notSent));
+    co_return;
   }
   QuarlLog::say("quarl: relay: sending " + std::to_string(paths.size()) + " file(s) with job " + job.id);
 
@@ -182,8 +174,63 @@ asio::awaitable<void> MessagesRelay::relay(BrainClient& client, RelayJob job) {
   QuarlLog::say("quarl: relay: removed " + std::to_string(paths.size()) + " staged outgoing file(s)");
 }
 
+asio::awaitable<MessagesRelay::Fetched> MessagesRelay::fetchFiles(BrainClient& client, const RelayJob& job) {
+  Fetched fetched;
+  for (const auto& file : job.files) {
+    auto bytes = co_await client.relayAttachmentBytes(job.id, file.id);
+    if (!bytes) {
+      fetched.problem = "Quarl could not bring the file to this Mac before sending it: " + bytes.error().description();
+      co_return fetched;
+    }
+    fetched.files.push_back(std::move(*bytes));
+  }
+  co_return fetched;
+}
+
+// The page is the WhatsApp session's; the journal keeps the job from ever going twice, as it
+// does for Messages, though no store can confirm it afterwards.
+asio::awaitable<void> MessagesRelay::relayWhatsApp(BrainClient& client, RelayJob job) {
+  auto fetched = co_await fetchFiles(client, job);
+  if (fetched.problem) {
+    QuarlLog::relayJobFailed(job.id, *fetched.problem);
+    RelayJournal::Report notSent{false, fetched.problem, std::nullopt};
+    co_await report(client, job.id, std::move(notSent));
+    co_return;
+  }
+  std::vector<WhatsAppWeb::OutgoingFile> files;
+  for (std::size_t i = 0; i < fetched.files.size(); ++i) {
+    files.push_back({job.files[i].filename, job.files[i].mimeType, std::move(fetched.files[i].bytes)});
+  }
+  QuarlLog::say("quarl: relay: sending " + std::to_string(files.size()) + " file(s) with job " + job.id + " through WhatsApp");
+  RelayJournal::Entry entry{job.id, job.conversationRef, RelaySendLedger::bodyDigest(job.body),
+                            RelaySendConfirmation::expectedRows(files.size(), job.body), clock_->now(), std::nullopt,
+                            "whatsapp"};
+  if (!journal_.begin(entry)) {
+    QuarlLog::relayJobFailed(job.id, std::string(unjournaledSentence));
+    RelayJournal::Report notSent{false, std::string(unjournaledSentence), std::nullopt};
+    co_await report(client, job.id, std::move(notSent));
+    co_return;
+  }
+  WhatsAppWeb::SendOutcome outcome = WhatsAppWeb::SendOutcome::notSent(std::string(WhatsAppWeb::notLinkedSentence));
+  if (whatsapp_) outcome = co_await whatsapp_->send(job.conversationRef, job.body, std::move(files), job.conversationName);
+  RelayJournal::Report settled{outcome.sent, outcome.sent ? outcome.note : outcome.failure, std::nullopt};
+  if (outcome.sent) {
+    QuarlLog::say("quarl: relay: job " + job.id + " sent through WhatsApp" + (outcome.note ? " — " + *outcome.note : ""));
+  } else {
+    QuarlLog::relayJobFailed(job.id, outcome.failure.value_or(""));
+  }
+  journal_.settle(job.id, settled);
+  co_await report(client, job.id, std::move(settled));
+}
+
 // A journaled job is never sent again: what the store shows since its hand-over is its outcome.
 asio::awaitable<void> MessagesRelay::confirmAndReport(BrainClient& client, RelayJournal::Entry entry) {
+  if (!entry.report && entry.channelKind == "whatsapp") {
+    QuarlLog::say("quarl: relay: job " + entry.jobId +
+                  " was going into WhatsApp when Quarl last stopped — it is reported as unknown, never sent again");
+    entry.report = RelayJournal::Report{false, std::string(interruptedWhatsAppSentence), std::nullopt};
+    journal_.settle(entry.jobId, *entry.report);
+  }
   if (!entry.report) {
     QuarlLog::say("quarl: relay: job " + entry.jobId +
                   " went to Messages before Quarl last stopped — confirming it from the store, not sending it again");

@@ -10,11 +10,12 @@
 #include "RelayJournal.h"
 #include "RelaySendLedger.h"
 #include "RelaySendVerdict.h"
+#include "WhatsAppSession.h"
 
 namespace quarl {
 
 // The relay stage: claims the sends the service asks for, stages their files, hands them to
-// Messages one job after another (one script at a time), proves from the store what really
+// Messages (or, for WhatsApp, to the WhatsApp session) one job after another (one script at a time), proves from the store what really
 // went, and reports it. A job is journaled before its first script goes to Messages, so that
 // no restart and no second claim of the same job ever sends it again: a journaled job is
 // confirmed from the store and reported instead. Owned by the coordinator and confined to its
@@ -33,10 +34,19 @@ class MessagesRelay {
                                                               int expected);
   // The companion is quitting: the job in hand goes on to its report, no other job starts.
   void stopClaiming() { stopping_ = true; }
+  // WhatsApp jobs go through this session; without one they are answered as not linked.
+  void sendWhatsAppThrough(std::shared_ptr<WhatsAppSession> session) { whatsapp_ = std::move(session); }
 
  private:
   struct Sent;
+  // A job's files, in its order; the sentence of the first that could not be fetched, if any.
+  struct Fetched {
+    std::vector<FetchedFile> files;
+    std::optional<std::string> problem;
+  };
   boost::asio::awaitable<void> relay(BrainClient& client, RelayJob job);
+  boost::asio::awaitable<Fetched> fetchFiles(BrainClient& client, const RelayJob& job);
+  boost::asio::awaitable<void> relayWhatsApp(BrainClient& client, RelayJob job);
   boost::asio::awaitable<Sent> sendReply(const RelayJob& job, const std::vector<std::string>& filePaths);
   // One script to Messages: the sentence of its failure, or none.
   boost::asio::awaitable<std::optional<std::string>> sendPart(std::string runner, std::string script,
@@ -50,6 +60,7 @@ class MessagesRelay {
   std::string storePath_;
   std::shared_ptr<RelaySendLedger> ledger_;
   RelayJournal journal_;
+  std::shared_ptr<WhatsAppSession> whatsapp_;
   bool stopping_ = false;
 };
 

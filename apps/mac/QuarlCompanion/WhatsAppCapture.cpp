@@ -5,6 +5,7 @@
 
 #include "QuarlLog.h"
 #include "SettingsKeys.h"
+#include "WhatsAppSend.h"
 
 namespace quarl {
 namespace asio = boost::asio;
@@ -17,10 +18,8 @@ namespace {
 // A phone's JID is its number: the service knows the person by it on every channel. Other
 // JIDs (a linked id, "@lid") name no number and go as they are.
 void setSender(IngestMessage& ingest, const std::string& jid) {
-  const auto at = jid.find('@');
-  const auto domain = at == std::string::npos ? std::string_view() : std::string_view(jid).substr(at + 1);
-  if (domain == "c.us" || domain == "s.whatsapp.net") {
-    ingest.senderIdentifier = "+" + jid.substr(0, at);
+  if (auto phone = WhatsAppWeb::senderPhone(jid)) {
+    ingest.senderIdentifier = std::move(*phone);
     ingest.senderIdentifierKind = "phone";
   } else {
     ingest.senderIdentifier = jid;

@@ -37,6 +37,12 @@ std::string WhatsAppSession::siteRoot() const {
 namespace {
 
 constexpr std::string_view switchedOff = "WhatsApp is not switched on on this Mac, so its page was never loaded";
+constexpr milliseconds drivenPageRecheck{250};
+// A sent file shows as a new bubble once WhatsApp has drawn it: looked for this often, this long.
+constexpr milliseconds mediaBubbleRecheck{500};
+constexpr int mediaBubbleLooks = 20;
+
+bool isBlank(std::string_view text) { return text.find_first_not_of(" \t\r\n") == std::string_view::npos; }
 
 }  // namespace
 
@@ -81,12 +87,17 @@ asio::awaitable<void> WhatsAppSession::renavigate(std::string reason) {
   co_await navigate();
 }
 
-asio::awaitable<void> WhatsAppSession::navigate() {
+asio::awaitable<void> WhatsAppSession::navigate() { co_await navigateTo(siteRoot()); }
+
+asio::awaitable<void> WhatsAppSession::navigateTo(std::string url) {
   navigationStartedAt_ = clock_->now();
   settled_.reset();
   linkedSinceNavigation_ = false;
-  auto root = siteRoot();
-  co_await page_->load(std::move(root), WhatsAppWeb::requestTimeout);
+  co_await page_->load(std::move(url), WhatsAppWeb::requestTimeout);
+}
+
+asio::awaitable<void> WhatsAppSession::waitForThePage() {
+  while (isDriving()) co_await clock_->sleep(drivenPageRecheck);
 }
 
 asio::awaitable<void> WhatsAppSession::park() {
@@ -236,6 +247,7 @@ asio::awaitable<WhatsAppSession::Report> WhatsAppSession::evaluateReporting(std:
 }
 
 asio::awaitable<WhatsAppWeb::ReadResult> WhatsAppSession::readNew(WhatsAppWeb::CaptureInputs inputs) {
+  co_await waitForThePage();
   // The pass presses rows and waits on the page: a re-navigation under it would lose the pass.
   const DrivingFlag held(driving_);
   auto report = co_await evaluateReporting(WhatsAppWeb::captureScript(), inputs.arguments(),
@@ -247,6 +259,122 @@ asio::awaitable<WhatsAppWeb::ReadResult> WhatsAppSession::readNew(WhatsAppWeb::C
     co_return notRun;
   }
   co_return WhatsAppWeb::readMessages(*report.answer, clock_->now());
+}
+
+asio::awaitable<WhatsAppWeb::SendOutcome> WhatsAppSession::send(std::string conversationRef, std::string body,
+                                                                std::vector<WhatsAppWeb::OutgoingFile> files,
+                                                                std::optional<std::string> name) {
+  using WhatsAppWeb::SendOutcome;
+  const auto state = co_await refreshState();
+  if (!WhatsAppWeb::isSettled(state)) co_return SendOutcome::notSent(std::string(WhatsAppWeb::notLinkedSentence));
+  // Files WhatsApp cannot take are refused before the page is touched; the rest still goes.
+  std::vector<WhatsAppWeb::OutgoingFile> going;
+  std::vector<std::string> refused;
+  for (auto& file : files) {
+    if (auto refusal = WhatsAppWeb::outgoingMediaRefusal(static_cast<std::int64_t>(file.bytes.size()), file.type)) {
+      QuarlLog::say("quarl: whatsapp: " + file.name + " not sent — " + *refusal);
+      refused.push_back(std::move(*refusal));
+    } else {
+      going.push_back(std::move(file));
+    }
+  }
+  std::string refusals;
+  for (const auto& refusal : refused) refusals += (refusals.empty() ? "" : " ") + refusal;
+  if (going.empty() && isBlank(body)) {
+    co_return SendOutcome::notSent(refusals.empty() ? "this reply had no words and no files, so nothing was sent"
+                                                    : refusals);
+  }
+
+  co_await waitForThePage();
+  const DrivingFlag held(driving_);
+  if (auto notOpen = co_await openConversation(conversationRef, name)) co_return SendOutcome::notSent(std::move(*notOpen));
+  const int total = static_cast<int>(going.size());
+  for (int i = 0; i < total; ++i) {
+    const auto failure = co_await sendFile(going[static_cast<std::size_t>(i)]);
+    QuarlLog::say("quarl: whatsapp after attempt (ok=" + std::string(failure ? "false" : "true") + ", file " +
+                  std::to_string(i + 1) + " of " + std::to_string(total) + ")" + (failure ? " — " + *failure : ""));
+    if (failure) co_return SendOutcome::notSent(WhatsAppWeb::mediaFailureSentence(i + 1, total, failure));
+  }
+  if (!isBlank(body)) {
+    const auto failure = co_await sendText(conversationRef, body);
+    QuarlLog::say("quarl: whatsapp after attempt (ok=" + std::string(failure ? "false" : "true") + ", text)" +
+                  (failure ? " — " + *failure : ""));
+    if (failure) {
+      co_return SendOutcome::notSent(total > 0 ? WhatsAppWeb::filesWentTextDidNot(total, *failure) : *failure);
+    }
+  }
+  auto went = SendOutcome::went();
+  if (!refusals.empty()) went.note = std::move(refusals);
+  co_return went;
+}
+
+asio::awaitable<WhatsAppSession::OpenRun> WhatsAppSession::runOpenScript(const std::string& conversationRef,
+                                                                         const std::optional<std::string>& name) {
+  auto report = co_await evaluateReporting(WhatsAppWeb::openConversationScript(conversationRef, name), {}, std::nullopt);
+  std::optional<std::string> notRun;
+  if (!report.answer) notRun = WhatsAppWeb::sendNotRunSentence(report.failure.value_or("no answer"));
+  co_return OpenRun{WhatsAppWeb::readOpenOutcome(report.answer.value_or("")), std::move(notRun)};
+}
+
+asio::awaitable<std::optional<std::string>> WhatsAppSession::openConversation(const std::string& conversationRef,
+                                                                             const std::optional<std::string>& name) {
+  auto run = co_await runOpenScript(conversationRef, name);
+  const auto deepLink = WhatsAppWeb::conversationURL(conversationRef, siteRoot());
+  if (!run.outcome.ok && run.outcome.reason == "not_in_list" && deepLink) {
+    QuarlLog::say("quarl: whatsapp: " + conversationRef + " is not in the list — using the deep link");
+    co_await navigateTo(*deepLink);
+    co_await settledState();
+    run = co_await runOpenScript(conversationRef, name);
+  }
+  if (run.notRun) co_return run.notRun;
+  auto& opened = run.outcome;
+  if (opened.ok && opened.readable && opened.openedRef == conversationRef) co_return std::nullopt;
+  QuarlLog::say("quarl: whatsapp: could not open " + conversationRef + " (" + opened.reason.value_or("unreadable") +
+                ") walked=" + std::to_string(opened.walked) + " how=" + opened.how.summary() +
+                " anyFiber=" + (opened.anyFiber ? "true" : "false"));
+  if (opened.ok) opened.readable = false;
+  co_return WhatsAppWeb::openFailureSentence(opened);
+}
+
+asio::awaitable<std::int64_t> WhatsAppSession::mediaCount() {
+  std::string script(WhatsAppWeb::mediaCountScript());
+  const auto answer = co_await evaluate(std::move(script));
+  try {
+    co_return answer ? std::stoll(*answer) : -1;
+  } catch (const std::exception&) {
+    co_return -1;
+  }
+}
+
+asio::awaitable<std::optional<std::string>> WhatsAppSession::sendFile(const WhatsAppWeb::OutgoingFile& file) {
+  const auto before = co_await mediaCount();
+  auto report = co_await evaluateReporting(WhatsAppWeb::mediaSendScript(), file.arguments(), std::nullopt);
+  if (!report.answer) co_return WhatsAppWeb::sendNotRunSentence(report.failure.value_or("no answer"));
+  const auto outcome = WhatsAppWeb::readMediaSendOutcome(report.answer);
+  if (!outcome.stage) co_return "Quarl could not tell whether WhatsApp Web sent the file. Nothing is assumed.";
+  if (!outcome.ok) co_return outcome.reason.value_or("WhatsApp Web did not say why.");
+  // The page saw its preview go; the file went when the conversation shows one more of it.
+  for (int look = 0; look < mediaBubbleLooks; ++look) {
+    const auto after = co_await mediaCount();
+    if (before >= 0 && after > before) co_return std::nullopt;
+    co_await clock_->sleep(mediaBubbleRecheck);
+  }
+  QuarlLog::say("quarl: whatsapp: media send could not be confirmed — reporting failure");
+  co_return "Quarl pressed send on the file and WhatsApp Web showed no new file in the conversation. Nothing is "
+            "assumed to have gone.";
+}
+
+asio::awaitable<std::optional<std::string>> WhatsAppSession::sendText(const std::string& conversationRef,
+                                                                      const std::string& body) {
+  auto report = co_await evaluateReporting(WhatsAppWeb::sendScript(conversationRef, body), {}, std::nullopt);
+  if (!report.answer && report.failure) co_return WhatsAppWeb::sendNotRunSentence(*report.failure);
+  const auto outcome = WhatsAppWeb::readSendOutcome(report.answer);
+  if (outcome.sent) co_return std::nullopt;
+  std::string script(WhatsAppWeb::composerReportScript());
+  if (const auto composer = co_await evaluate(std::move(script))) {
+    QuarlLog::say("quarl: whatsapp: the message box as the send found it:\n" + *composer);
+  }
+  co_return outcome.failure;
 }
 
 }  // namespace quarl

@@ -8,10 +8,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Clock.h"
 #include "SettingsStore.h"
 #include "WhatsAppCapturePass.h"
+#include "WhatsAppSend.h"
 #include "WhatsAppSessionState.h"
 #include "platform/WhatsAppPage.h"
 
@@ -78,6 +80,13 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   // run is a result that says so.
   boost::asio::awaitable<WhatsAppWeb::ReadResult> readNew(WhatsAppWeb::CaptureInputs inputs);
 
+  // Sends a reply into `conversationRef`, files first and then the text, with the page held,
+  // and only once the page shows that very conversation open. Every doubt ends in an outcome
+  // that says what did not go; nothing is assumed to have gone.
+  boost::asio::awaitable<WhatsAppWeb::SendOutcome> send(std::string conversationRef, std::string body,
+                                                        std::vector<WhatsAppWeb::OutgoingFile> files,
+                                                        std::optional<std::string> name);
+
   // Saves a picture of the page as a PNG at `path`; the sentence of a failure, or none.
   boost::asio::awaitable<std::optional<std::string>> savePicture(std::string path);
 
@@ -108,6 +117,23 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   // Opens the page once; false when this computer cannot host it.
   boost::asio::awaitable<bool> opened();
   boost::asio::awaitable<void> navigate();
+  boost::asio::awaitable<void> navigateTo(std::string url);
+  // Returns once no script drives the page: a capture pass and a send never share it.
+  boost::asio::awaitable<void> waitForThePage();
+  // The conversation open in the page, by the open script, through its deep link when the
+  // list does not hold it; the sentence of a failure, or none.
+  boost::asio::awaitable<std::optional<std::string>> openConversation(const std::string& conversationRef,
+                                                                     const std::optional<std::string>& name);
+  struct OpenRun {
+    WhatsAppWeb::OpenOutcome outcome;
+    std::optional<std::string> notRun;  // the sentence for a script that did not run
+  };
+  boost::asio::awaitable<OpenRun> runOpenScript(const std::string& conversationRef,
+                                                                 const std::optional<std::string>& name);
+  // One file into the open conversation; the sentence of its failure, or none.
+  boost::asio::awaitable<std::optional<std::string>> sendFile(const WhatsAppWeb::OutgoingFile& file);
+  boost::asio::awaitable<std::optional<std::string>> sendText(const std::string& conversationRef, const std::string& body);
+  boost::asio::awaitable<std::int64_t> mediaCount();
   std::chrono::seconds sinceNavigation() const;
   // The last answer since the navigation was `linked`.
   bool isLinked() const;

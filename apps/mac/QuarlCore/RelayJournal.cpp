@@ -40,7 +40,8 @@ std::optional<RelayJournal::Entry> entryFrom(const json::value& stored) {
   return RelayJournal::Entry{std::move(*jobId), std::move(*conversation), std::move(*digest),
                              static_cast<int>(expected->get_int64()),
                              SystemTime(std::chrono::duration_cast<SystemTime::duration>(milliseconds(at->get_int64()))),
-                             reportFrom(object->if_contains("report"))};
+                             reportFrom(object->if_contains("report")),
+                             text(*object, "channelKind").value_or("imessage")};
 }
 
 json::object stored(const RelayJournal::Entry& entry) {
@@ -48,6 +49,7 @@ json::object stored(const RelayJournal::Entry& entry) {
                       {"conversationRef", entry.conversationRef},
                       {"bodyDigest", entry.bodyDigest},
                       {"expectedRows", entry.expectedRows},
+                      {"channelKind", entry.channelKind},
                       {"handedOverAt", std::chrono::duration_cast<milliseconds>(entry.handedOverAt.time_since_epoch()).count()}};
   if (entry.report) {
     json::object report{{"ok", entry.report->ok}};

@@ -11,7 +11,7 @@
 
 namespace quarl {
 
-// The relay jobs that were handed to Messages and whose report the service has not taken yet,
+// The relay jobs that were handed to Messages (or to WhatsApp Web) and whose report the service has not taken yet,
 // kept in the defaults so that a job is sent at most once whatever the restarts: a job written
 // here is never handed to Messages again. Its owner confirms a journaled job from the store
 // (rows after its instant) when the outcome was never settled, and reports it from here.
@@ -33,6 +33,7 @@ class RelayJournal {
     int expectedRows = 1;
     SystemTime handedOverAt;
     std::optional<Report> report;  // none until the send's outcome is known
+    std::string channelKind = "imessage";  // a WhatsApp job has no store to be confirmed from
   };
 
   explicit RelayJournal(std::shared_ptr<SettingsStore> store);

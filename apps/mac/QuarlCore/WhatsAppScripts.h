@@ -15,5 +15,14 @@ std::string_view linkCodeScript();
 std::string_view pageHelpersScript();
 // One capture pass, which follows the helpers and the walk's bound (WhatsAppCapturePass.h).
 std::string_view capturePassScript();
+// The bodies that follow the helpers and their spliced values (WhatsAppSend.h).
+std::string_view openConversationBody();
+std::string_view sendTextBody();
+std::string_view sendMediaBody();
+// The owner's picture and video bubbles in the open conversation, as a number; "-1" without
+// one. A synchronous expression.
+std::string_view mediaCountScript();
+// The open conversation's footer controls, a line each. A synchronous expression.
+std::string_view composerReportScript();
 
 }  // namespace quarl::WhatsAppWeb

@@ -5,23 +5,6 @@
 // when its row in the chat list has changed since it was last read; the others are read from
 // the page's memory, or not at all. Answers one JSON text, the pass's counts and messages.
 
-function quarlPane() {
-  return document.querySelector('#pane-side') || document.querySelector('div[data-testid="chat-list"]') ||
-    document.querySelector('[aria-label="Chat list"]');
-}
-
-const quarlRowSelector = 'div[role="row"], div[role="listitem"]';
-
-// The chat rows, outermost only, without the archived chats' button.
-function quarlListRows(pane) {
-  if (!pane) return [];
-  return Array.from(pane.querySelectorAll(quarlRowSelector)).filter(function (row) {
-    if (row.closest('button[data-testid="chatlist-panel-archived-button"]')) return false;
-    const outer = row.parentElement ? row.parentElement.closest(quarlRowSelector) : null;
-    return !(outer && pane.contains(outer));
-  });
-}
-
 // What identifies a row's conversation through every change of its preview: its chat id,
 // else its title, its label or its words.
 function quarlRowIdentity(row, ref) {
@@ -79,22 +62,6 @@ function quarlListed(counts) {
 function quarlRowOf(key) {
   const entry = quarlListed(null).find(function (e) { return e.key === key; });
   return entry ? entry.row : null;
-}
-
-// A press as a finger makes it, at the centre of the target: WhatsApp opens a chat on the
-// pointer going down, not on the click.
-function quarlPress(target) {
-  const box = target.getBoundingClientRect();
-  const x = box.left + box.width / 2;
-  const y = box.top + box.height / 2;
-  const under = document.elementFromPoint(x, y);
-  const at = under && target.contains(under) ? under : target;
-  const init = { bubbles: true, cancelable: true, composed: true, clientX: x, clientY: y, button: 0, view: window };
-  at.dispatchEvent(new PointerEvent('pointerdown', Object.assign({ pointerId: 1, isPrimary: true, buttons: 1 }, init)));
-  at.dispatchEvent(new MouseEvent('mousedown', Object.assign({ buttons: 1 }, init)));
-  at.dispatchEvent(new PointerEvent('pointerup', Object.assign({ pointerId: 1, isPrimary: true }, init)));
-  at.dispatchEvent(new MouseEvent('mouseup', init));
-  at.dispatchEvent(new MouseEvent('click', init));
 }
 
 // Presses the row of `key` and waits until it is selected and the pane holds a message row.

@@ -487,3 +487,47 @@ function quarlPeekChat(out, row, key, want, state) {
   }
   return true;
 }
+
+// The chat list, and its rows.
+function quarlPane() {
+  return document.querySelector('#pane-side') || document.querySelector('div[data-testid="chat-list"]') ||
+    document.querySelector('[aria-label="Chat list"]');
+}
+
+const quarlRowSelector = 'div[role="row"], div[role="listitem"]';
+
+// The chat rows, outermost only, without the archived chats' button.
+function quarlListRows(pane) {
+  if (!pane) return [];
+  return Array.from(pane.querySelectorAll(quarlRowSelector)).filter(function (row) {
+    if (row.closest('button[data-testid="chatlist-panel-archived-button"]')) return false;
+    const outer = row.parentElement ? row.parentElement.closest(quarlRowSelector) : null;
+    return !(outer && pane.contains(outer));
+  });
+}
+
+// A press as a finger makes it, at the centre of the target: WhatsApp opens a chat on the
+// pointer going down, not on the click.
+function quarlPress(target) {
+  const box = target.getBoundingClientRect();
+  const x = box.left + box.width / 2;
+  const y = box.top + box.height / 2;
+  const under = document.elementFromPoint(x, y);
+  const at = under && target.contains(under) ? under : target;
+  const init = { bubbles: true, cancelable: true, composed: true, clientX: x, clientY: y, button: 0, view: window };
+  at.dispatchEvent(new PointerEvent('pointerover', Object.assign({ pointerId: 1, isPrimary: true }, init)));
+  at.dispatchEvent(new PointerEvent('pointerdown', Object.assign({ pointerId: 1, isPrimary: true, buttons: 1 }, init)));
+  at.dispatchEvent(new MouseEvent('mousedown', Object.assign({ buttons: 1 }, init)));
+  at.dispatchEvent(new PointerEvent('pointerup', Object.assign({ pointerId: 1, isPrimary: true }, init)));
+  at.dispatchEvent(new MouseEvent('mouseup', init));
+  at.dispatchEvent(new MouseEvent('click', init));
+}
+
+// The digits of a chat id's user part: a number filed under two ids has the same digits.
+function quarlDigits(ref) { return String(ref || '').split('@')[0].replace(/[^0-9]/g, ''); }
+
+// The conversation open in the main pane, by its chat id; none without a pane.
+function quarlMainRef() {
+  const main = document.querySelector('#main');
+  return main ? quarlChatRef(main) : null;
+}

@@ -1,0 +1,8 @@
+#include "WhatsAppSend.h"
+
+#include <gmock/gmock.h>
+
+namespace quarl::WhatsAppWeb {
+namespace {
+}  // namespace
+}  // namespace quarl::WhatsAppWeb
