@@ -1,7 +1,9 @@
 #include "WhatsAppStandIn.h"
 
 #include "DevBrain.h"
+#include "Base64.h"
 #include "RandomText.h"
+#include "Sha256.h"
 #include "WhatsAppStandInPage.h"
 
 namespace devbrain {
@@ -64,7 +66,8 @@ std::optional<Answer> WhatsAppStandIn::route(const std::string& method, const st
   if (!path.starts_with("/whatsapp/")) return std::nullopt;
   settle();
   const auto rest = path.substr(std::string_view("/whatsapp/").size());
-  if (method == "GET" && rest.empty()) return page(cookies);
+  // The page, also as the link that opens a chat by number: the page reads the number itself.
+  if (method == "GET" && (rest.empty() || rest == "send")) return page(cookies);
   if (method == "GET" && rest == "standin.js") return text(200, std::string(standInScript()), "text/javascript");
   if (method == "GET" && rest == "state") {
     json::object state{{"version", version_}, {"screen", screen_}, {"markup", markup_}, {"chats", chats_}};
@@ -109,10 +112,34 @@ Answer WhatsAppStandIn::event(const json::object& body) {
     messages.push_back(json::object{{"id", "3EB0" + quarl::randomHex(8)}, {"fromMe", true}, {"t", now},
                                     {"type", "chat"}, {"body", send.at("text")}});
     changed();
+  } else if (const auto* media = body.if_contains("sentMedia"); media && media->is_object()) {
+    sentMedia(media->as_object());
+  } else if (const auto* fresh = body.if_contains("newChat"); fresh && fresh->is_object() && fresh->as_object().contains("id")) {
+    auto& made = chat(std::string(fresh->as_object().at("id").as_string()));
+    if (const auto* title = fresh->as_object().if_contains("title")) made["title"] = *title;
+    changed();
   } else {
-    return problem(400, "bad_event", "an event is {opened}, {reclaimed} or {sent}");
+    return problem(400, "bad_event", "an event is {opened}, {reclaimed}, {sent}, {sentMedia} or {newChat}");
   }
   return jsonAnswer(200, json::object{{"ok", true}});
+}
+
+// A file the page sent: kept in the sent log by its digest, and drawn in its chat as the owner's.
+void WhatsAppStandIn::sentMedia(const json::object& media) {
+  const auto bytes = quarl::base64Decode(media.at("b64").as_string()).value_or("");
+  const std::string type(media.at("type").as_string());
+  json::object record{{"chat", media.at("chat")}, {"file", media.at("name")}, {"type", type},
+                      {"size", bytes.size()}, {"sha256", quarl::sha256Hex(bytes)}};
+  sent_.push_back(record);
+  auto& messages = chat(std::string(media.at("chat").as_string()))["messages"].as_array();
+  const auto now = duration_cast<seconds>(system_clock::now().time_since_epoch()).count();
+  json::object message{{"id", "3EB0" + quarl::randomHex(8)}, {"fromMe", true}, {"t", now}, {"mimetype", type},
+                       {"filename", media.at("name")}, {"size", bytes.size()}};
+  const bool picture = type.starts_with("image/") || type.starts_with("video/");
+  message["type"] = picture ? (type.starts_with("video/") ? "video" : "image") : "document";
+  if (picture) message["blob"] = media.at("b64");
+  messages.push_back(std::move(message));
+  changed();
 }
 
 std::optional<Answer> WhatsAppStandIn::admin(const std::string& method, const std::string& path,
@@ -140,7 +167,8 @@ std::optional<Answer> WhatsAppStandIn::admin(const std::string& method, const st
       }
       markup_ = std::string(markup->as_string());
     }
-    for (const auto* key : {"visibleRows", "rowsPerFrame", "frameMs"}) {
+    for (const auto* key : {"visibleRows", "rowsPerFrame", "frameMs", "sendIgnored", "sendBreaksJson", "attach", "accept",
+                            "preview"}) {
       if (const auto* value = body.if_contains(key)) tuning_[key] = *value;
     }
     changed();
@@ -160,10 +188,11 @@ std::optional<Answer> WhatsAppStandIn::admin(const std::string& method, const st
   if (path == "/admin/whatsapp/chats") {
     const auto* chats = body.if_contains("chats");
     if (!chats || !chats->is_array()) return problem(400, "bad_chats", "chats is a list of {id, title, messages}");
-    // A fresh account: these chats only, none opened yet.
+    // A fresh account: these chats only, none opened and nothing sent yet.
     if (const auto* replace = body.if_contains("replace"); replace && *replace == json::value(true)) {
       chats_.clear();
       opened_.clear();
+      sent_.clear();
     }
     for (const auto& given : chats->as_array()) {
       if (!given.is_object() || !given.as_object().contains("id")) return problem(400, "bad_chat", "a chat needs an id");

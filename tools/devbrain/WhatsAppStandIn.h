@@ -26,6 +26,7 @@ class WhatsAppStandIn {
  private:
   Answer page(const std::string& cookies);
   Answer event(const boost::json::object& body);
+  void sentMedia(const boost::json::object& media);
   boost::json::object& chat(const std::string& id);
   void changed() { ++version_; }
   // A phone that scanned, or a session taken back, shows "syncing" for a moment, then the chats.
@@ -37,7 +38,7 @@ class WhatsAppStandIn {
   std::string ref_;
   int rotations_ = 0;
   boost::json::array chats_;
-  boost::json::object tuning_;  // visibleRows, rowsPerFrame, frameMs
+  boost::json::object tuning_;  // visibleRows, rowsPerFrame, frameMs, and the sending variants
   std::optional<std::chrono::steady_clock::time_point> linkAt_;
   boost::json::array opened_;
   boost::json::array sent_;

@@ -41,6 +41,9 @@ constexpr milliseconds drivenPageRecheck{250};
 // A sent file shows as a new bubble once WhatsApp has drawn it: looked for this often, this long.
 constexpr milliseconds mediaBubbleRecheck{500};
 constexpr int mediaBubbleLooks = 20;
+// The send scripts bound themselves by their own turns; a page that navigates under one never
+// answers it at all, and a relay pass must not wait for that for ever.
+constexpr seconds sendScriptLimit{300};
 
 bool isBlank(std::string_view text) { return text.find_first_not_of(" \t\r\n") == std::string_view::npos; }
 
@@ -310,7 +313,7 @@ asio::awaitable<WhatsAppWeb::SendOutcome> WhatsAppSession::send(std::string conv
 
 asio::awaitable<WhatsAppSession::OpenRun> WhatsAppSession::runOpenScript(const std::string& conversationRef,
                                                                          const std::optional<std::string>& name) {
-  auto report = co_await evaluateReporting(WhatsAppWeb::openConversationScript(conversationRef, name), {}, std::nullopt);
+  auto report = co_await evaluateReporting(WhatsAppWeb::openConversationScript(conversationRef, name), {}, sendScriptLimit);
   std::optional<std::string> notRun;
   if (!report.answer) notRun = WhatsAppWeb::sendNotRunSentence(report.failure.value_or("no answer"));
   co_return OpenRun{WhatsAppWeb::readOpenOutcome(report.answer.value_or("")), std::move(notRun)};
@@ -322,8 +325,7 @@ asio::awaitable<std::optional<std::string>> WhatsAppSession::openConversation(co
   const auto deepLink = WhatsAppWeb::conversationURL(conversationRef, siteRoot());
   if (!run.outcome.ok && run.outcome.reason == "not_in_list" && deepLink) {
     QuarlLog::say("quarl: whatsapp: " + conversationRef + " is not in the list — using the deep link");
-    co_await navigateTo(*deepLink);
-    co_await settledState();
+    co_await loadDeepLink(*deepLink);
     run = co_await runOpenScript(conversationRef, name);
   }
   if (run.notRun) co_return run.notRun;
@@ -334,6 +336,20 @@ asio::awaitable<std::optional<std::string>> WhatsAppSession::openConversation(co
                 " anyFiber=" + (opened.anyFiber ? "true" : "false"));
   if (opened.ok) opened.readable = false;
   co_return WhatsAppWeb::openFailureSentence(opened);
+}
+
+// The page loaded before answers until the new one replaces it, and a script it is still running
+// then never answers: the link is followed only once the page answering is the new one.
+asio::awaitable<void> WhatsAppSession::loadDeepLink(std::string link) {
+  co_await evaluate("window.quarlLeftBehind = true; 1");
+  co_await navigateTo(std::move(link));
+  const auto deadline = clock_->now() + WhatsAppWeb::requestTimeout;
+  while (clock_->now() < deadline) {
+    const auto fresh = co_await evaluate("String(!window.quarlLeftBehind && document.readyState === 'complete')");
+    if (fresh == "true") break;
+    co_await clock_->sleep(drivenPageRecheck);
+  }
+  co_await settledState();
 }
 
 asio::awaitable<std::int64_t> WhatsAppSession::mediaCount() {
@@ -348,7 +364,7 @@ asio::awaitable<std::int64_t> WhatsAppSession::mediaCount() {
 
 asio::awaitable<std::optional<std::string>> WhatsAppSession::sendFile(const WhatsAppWeb::OutgoingFile& file) {
   const auto before = co_await mediaCount();
-  auto report = co_await evaluateReporting(WhatsAppWeb::mediaSendScript(), file.arguments(), std::nullopt);
+  auto report = co_await evaluateReporting(WhatsAppWeb::mediaSendScript(), file.arguments(), sendScriptLimit);
   if (!report.answer) co_return WhatsAppWeb::sendNotRunSentence(report.failure.value_or("no answer"));
   const auto outcome = WhatsAppWeb::readMediaSendOutcome(report.answer);
   if (!outcome.stage) co_return "Quarl could not tell whether WhatsApp Web sent the file. Nothing is assumed.";
@@ -366,7 +382,7 @@ asio::awaitable<std::optional<std::string>> WhatsAppSession::sendFile(const What
 
 asio::awaitable<std::optional<std::string>> WhatsAppSession::sendText(const std::string& conversationRef,
                                                                       const std::string& body) {
-  auto report = co_await evaluateReporting(WhatsAppWeb::sendScript(conversationRef, body), {}, std::nullopt);
+  auto report = co_await evaluateReporting(WhatsAppWeb::sendScript(conversationRef, body), {}, sendScriptLimit);
   if (!report.answer && report.failure) co_return WhatsAppWeb::sendNotRunSentence(*report.failure);
   const auto outcome = WhatsAppWeb::readSendOutcome(report.answer);
   if (outcome.sent) co_return std::nullopt;

@@ -134,6 +134,7 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   boost::asio::awaitable<std::optional<std::string>> sendFile(const WhatsAppWeb::OutgoingFile& file);
   boost::asio::awaitable<std::optional<std::string>> sendText(const std::string& conversationRef, const std::string& body);
   boost::asio::awaitable<std::int64_t> mediaCount();
+  boost::asio::awaitable<void> loadDeepLink(std::string link);
   std::chrono::seconds sinceNavigation() const;
   // The last answer since the navigation was `linked`.
   bool isLinked() const;

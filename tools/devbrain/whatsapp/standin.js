@@ -4,17 +4,26 @@
 //   2023  rows with data-testid="conv-msg-<legacy id>", tails and controls by data-testid
 //   2025  rows by legacy data-id only, controls by data-icon ("wds-ic-send-filled")
 //   2026  rows by bare data-id (the message's own id), no tails: direction only in the model
+// Sending works as there too: a search box over the list (archived chats are found only by it),
+// the /send?phone= link that opens a chat by number, a message box with its send button, and an
+// attach menu whose file inputs lead to a preview with its own send button. Tuning keys give
+// the variants a changed page would show: `sendIgnored`, `sendBreaksJson`, `attach` ("none" or
+// "noInput"), `accept` (one input taking only that) and `preview` ("none" or "sticks").
 (function () {
   'use strict';
   const root = document.getElementById('root');
   const fiberKey = '__reactFiber$' + Math.random().toString(36).slice(2, 12);
+  const stringify = JSON.stringify;
   let shown = { version: -1 };
   let openChat = null;
   let renderTurn = 0;
   let listTop = 0;
+  let searchQuery = '';
+  const deepLink = /\/send$/.test(location.pathname) ? new URLSearchParams(location.search).get('phone') : null;
+  let deepLinkPending = !!deepLink;
 
   function post(event) {
-    return fetch('events', { method: 'POST', headers: { 'content-type': 'application/json' }, body: JSON.stringify(event) });
+    return fetch('events', { method: 'POST', headers: { 'content-type': 'application/json' }, body: stringify(event) });
   }
 
   function el(tag, attrs, children) {
@@ -117,6 +126,10 @@
     const type = m.type || 'chat';
     if (type === 'ciphertext') {
       holder.appendChild(el('span', { dir: 'ltr', text: 'Waiting for this message. This may take a while.' }));
+    } else if (type === 'document') {
+      // A document shows its first page as a picture, and its name.
+      holder.appendChild(el('img', { src: 'data:image/gif;base64,R0lGODlhAQABAAAAACw=', class: 'thumb' }));
+      holder.appendChild(el('span', { class: 'file-name', text: m.filename || 'document' }));
     } else if (m.blob) {
       const bytes = Uint8Array.from(atob(m.blob), function (c) { return c.charCodeAt(0); });
       const url = URL.createObjectURL(new Blob([bytes], { type: m.mimetype || 'application/octet-stream' }));
@@ -165,12 +178,22 @@
 
   // Chats by activity, newest first; only the rows near the scroll position exist, as in a
   // virtualised list.
+  // Chats by activity, newest first; while searching, every chat whose title holds the words,
+  // archived ones too. The pane shows all but the last two rows it draws, which wait below it.
+  function listedChats(state) {
+    const query = searchQuery.toLowerCase();
+    return state.chats.filter(function (chat) {
+      return query ? String(chat.title || '').toLowerCase().includes(query) : !chat.archived;
+    }).sort(function (a, b) { return lastT(b) - lastT(a); });
+  }
+
   function chatList(state) {
-    const chats = state.chats.slice().sort(function (a, b) { return lastT(b) - lastT(a); });
-    const pane = el('div', { id: 'pane-side', 'aria-label': 'Chat list' });
+    const chats = listedChats(state);
+    const drawn = state.visibleRows || 11;
+    const pane = el('div', { id: 'pane-side', 'aria-label': 'Chat list', style: 'height:' + Math.max(1, drawn - 2) * 72 + 'px' });
     const grid = el('div', { role: 'grid', 'aria-rowcount': chats.length, style: 'height:' + chats.length * 72 + 'px' });
     const first = Math.floor(listTop / 72);
-    const last = Math.min(chats.length, first + (state.visibleRows || 11));
+    const last = Math.min(chats.length, first + drawn);
     for (let i = first; i < last; i++) {
       const chat = chats[i];
       const title = el('div', { class: 'title' }, [el('span', { title: chat.title, dir: 'auto', text: chat.title })]);
@@ -190,7 +213,8 @@
         { chat: chatModel(chat) });
       // A finger's press: WhatsApp opens a chat on mousedown, not on click.
       // A `stubborn` chat's row takes no press, as a row WhatsApp is still drawing.
-      if (!chat.stubborn) row.addEventListener('mousedown', function () { openConversation(chat.id); });
+      // An `opensInstead` chat's row opens another chat, as a list drawn late under the finger can.
+      if (!chat.stubborn) row.addEventListener('mousedown', function () { openConversation(chat.opensInstead || chat.id); });
       grid.appendChild(row);
     }
     pane.appendChild(grid);
@@ -217,28 +241,85 @@
     return last ? (last.type === 'ciphertext' ? 'Waiting for this message' : (last.body || last.caption || '')) : '';
   }
 
+  function tuning(key) { return shown[key]; }
+
+  function sendIcon(markup) {
+    return markup === '2023' ? el('span', { 'data-testid': 'send', 'data-icon': 'send' })
+      : el('span', { 'data-icon': 'wds-ic-send-filled' });
+  }
+
   function composer(markup) {
     const box = el('div', { contenteditable: 'true', role: 'textbox', 'data-lexical-editor': 'true',
       'aria-label': 'Type a message', 'data-tab': '10' }, [el('p', { class: 'selectable-text copyable-text' })]);
-    const sendIcon = markup === '2023' ? el('span', { 'data-testid': 'send', 'data-icon': 'send' })
-      : el('span', { 'data-icon': 'wds-ic-send-filled' });
-    const send = el('button', { 'aria-label': 'Send', 'data-tab': '11' }, [sendIcon]);
+    const send = el('button', { 'aria-label': 'Send', 'data-tab': '11' }, [sendIcon(markup)]);
     send.addEventListener('click', function () {
       const text = box.innerText.replace(/\n$/, '');
-      if (!text || !openChat) return;
+      if (!text || !openChat || tuning('sendIgnored')) return;
       post({ sent: { chat: openChat, text: text } });
       box.innerHTML = '<p class="selectable-text copyable-text"></p>';
+      // A page script that replaces a global breaks every answer built with it afterwards.
+      if (tuning('sendBreaksJson')) JSON.stringify = function () { return undefined; };
     });
-    const attach = el('div', { role: 'button', title: 'Attach', 'data-testid': markup === '2023' ? 'clip' : null },
-      [el('span', { 'data-icon': markup === '2023' ? 'clip' : 'plus-rounded' })]);
-    return el('footer', {}, [attach, box, send]);
+    const footer = el('footer', {}, [box, send]);
+    if (tuning('attach') !== 'none') {
+      const attach = el('div', { role: 'button', title: 'Attach', 'data-testid': markup === '2023' ? 'clip' : null },
+        [el('span', { 'data-icon': markup === '2023' ? 'clip' : 'plus-rounded' })]);
+      // Pressing opens the menu; pressing again leaves it open.
+      attach.addEventListener('click', function () { openAttachMenu(footer, markup); });
+      footer.insertBefore(attach, box);
+    }
+    return footer;
+  }
+
+  function openAttachMenu(footer, markup) {
+    if (footer.querySelector('.attach-menu')) return;
+    const menu = el('ul', { class: 'attach-menu', role: 'menu' });
+    if (tuning('attach') !== 'noInput') {
+      const inputs = tuning('accept') !== undefined ? [['Document', tuning('accept')]]
+        : [['Photos & videos', 'image/*,video/mp4,video/3gpp,video/quicktime'], ['Document', '*']];
+      for (const [label, accept] of inputs) {
+        const input = el('input', { type: 'file', accept: accept, style: 'display:none' });
+        input.addEventListener('change', function () { showPreview(input, markup); });
+        menu.appendChild(el('li', { role: 'menuitem', text: label }, [input]));
+      }
+    }
+    footer.appendChild(menu);
+  }
+
+  function base64Of(buffer) {
+    const bytes = new Uint8Array(buffer);
+    let text = '';
+    for (let i = 0; i < bytes.length; i += 32768) text += String.fromCharCode.apply(null, bytes.subarray(i, i + 32768));
+    return btoa(text);
+  }
+
+  // WhatsApp's preview of an attached file, over the conversation, with its own send button.
+  function showPreview(input, markup) {
+    const file = input.files && input.files[0];
+    const main = document.querySelector('#main');
+    if (!file || !main || tuning('preview') === 'none') return;
+    const chat = openChat;
+    const caption = el('div', { contenteditable: 'true', role: 'textbox', 'aria-label': 'Add a caption' });
+    const send = el('div', { role: 'button', 'aria-label': 'Send' }, [sendIcon(markup)]);
+    const close = el('div', { role: 'button', 'aria-label': 'Close' }, [el('span', { 'data-icon': 'x' })]);
+    const dialog = el('div', { role: 'dialog', class: 'preview' }, [close, el('div', { text: file.name }), caption, send]);
+    close.addEventListener('click', function () { dialog.remove(); });
+    send.addEventListener('click', async function () {
+      if (tuning('preview') === 'sticks' || !dialog.isConnected) return;
+      dialog.remove();
+      const b64 = base64Of(await file.arrayBuffer());
+      post({ sentMedia: { chat: chat, name: file.name, type: file.type, b64: b64 } });
+    });
+    main.appendChild(dialog);
+    const menu = main.querySelector('.attach-menu');
+    if (menu) menu.remove();
   }
 
   function conversation(state) {
     const chat = state.chats.find(function (c) { return c.id === openChat; });
     if (!chat) return null;
     // An update elsewhere leaves an open conversation's nodes as they are, as React does.
-    const drawn = JSON.stringify([state.markup, chat.messages]);
+    const drawn = stringify([state.markup, chat.messages, state.attach, state.accept]);
     const before = document.querySelector('#main');
     if (before && before.quarlChat === chat.id && before.quarlDrawn === drawn) return before;
     const main = el('div', { id: 'main' });
@@ -267,8 +348,29 @@
     return main;
   }
 
+  function searchBox() {
+    const box = el('div', { contenteditable: 'true', role: 'textbox', 'data-tab': '3', 'aria-label': 'Search input textbox' });
+    box.textContent = searchQuery;
+    const redraw = function () {
+      listTop = 0;
+      const pane = document.querySelector('#pane-side');
+      if (pane) pane.replaceWith(chatList(shown));
+    };
+    box.addEventListener('input', function () {
+      searchQuery = box.innerText.trim();
+      redraw();
+    });
+    box.addEventListener('keydown', function (event) {
+      if (event.key !== 'Escape') return;
+      box.textContent = '';
+      searchQuery = '';
+      redraw();
+    });
+    return box;
+  }
+
   function linkedScreen(state) {
-    const side = el('div', { id: 'side' }, [el('header', { text: 'Chats' }), chatList(state)]);
+    const side = el('div', { id: 'side' }, [el('header', { text: 'Chats' }), searchBox(), chatList(state)]);
     const app = el('div', { id: 'app' }, [side]);
     const main = conversation(state);
     if (main) app.appendChild(main);
@@ -291,9 +393,27 @@
     if (pane) pane.scrollTop = listTop;
   }
 
+  // The /send?phone= link opens the chat with that number, starting one when there is none.
+  async function followDeepLink(state) {
+    const digits = String(deepLink).replace(/[^0-9]/g, '');
+    deepLinkPending = false;
+    let chat = state.chats.find(function (c) { return String(c.id).split('@')[0] === digits; });
+    if (!chat) {
+      await post({ newChat: { id: digits + '@c.us', title: '+' + digits } });
+      state = await (await fetch('state')).json();
+      chat = state.chats.find(function (c) { return c.id === digits + '@c.us'; });
+    }
+    if (chat) {
+      openChat = chat.id;
+      post({ opened: chat.id });
+    }
+    return state;
+  }
+
   async function poll() {
     try {
-      const state = await (await fetch('state')).json();
+      let state = await (await fetch('state')).json();
+      if (deepLinkPending && state.screen === 'linked') state = await followDeepLink(state);
       if (state.version !== shown.version) render(state);
     } catch (e) {}
     setTimeout(poll, 250);

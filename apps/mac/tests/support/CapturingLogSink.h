@@ -42,6 +42,12 @@ class CapturingLogSink final : public LogSink, public std::enable_shared_from_th
     for (const auto& line : lines()) count += line.find(text) != std::string::npos ? 1 : 0;
     return count;
   }
+  // Every line, for a failure's message.
+  std::string text() const {
+    std::string all;
+    for (const auto& line : lines()) all += "\n" + line;
+    return all;
+  }
   std::vector<LogEvent> events() const {
     std::lock_guard lock(mutex_);
     return events_;
