@@ -204,5 +204,82 @@ TEST_F(WhatsAppSessionOnAManualClock, ScriptsThatFailOrNeverAnswerAreSaidSoAndAP
   EXPECT_EQ(linesContaining("quarl: whatsapp web cannot run here — this computer has no display"), 1);
 }
 
+constexpr auto openedAda = R"({"ok":true,"openedRef":"447700900123@c.us","alreadyOpen":false})";
+constexpr auto adaNotListed =
+    R"({"ok":false,"reason":"not_in_list","rows":5,"walked":5,"how":{"chat":5},"anyFiber":true,"sameNumber":false})";
+constexpr auto newPageAnswers = "String(!window.quarlLeftBehind && document.readyState === 'complete')";
+
+TEST_F(WhatsAppSessionOnAManualClock, ASendTouchesThePageOnlyOnceTheChatIsOpenAndSaysWhatWentAndWhatDidNot) {
+  using WhatsAppWeb::OutgoingFile;
+  using Result = testing::FakeWhatsAppPage::ScriptResult;
+  const std::string ada = "447700900123@c.us";
+  enable();
+  page_->probeAnswer = R"({"state":"needsLink"})";
+  auto notLinked = asio::co_spawn(io_, session_->send(ada, "hi", {}, std::nullopt), asio::use_future);
+  runReady();
+  pass(WhatsAppWeb::settleDeadline);
+  ASSERT_EQ(notLinked.wait_for(0s), std::future_status::ready) << "a page still loading is waited for, up to a point";
+  EXPECT_EQ(notLinked.get().failure, WhatsAppWeb::notLinkedSentence);
+  EXPECT_TRUE(page_->calls.empty());
+  page_->probeAnswer = R"({"state":"linked"})";
+
+  // Too big for WhatsApp: refused before the page is touched, and the words still go.
+  page_->asyncAnswers = {Result{openedAda, std::nullopt}, Result{R"({"ok":true})", std::nullopt}};
+  const auto big = run(session_->send(ada, "the words", {OutgoingFile{"big.mp4", "video/mp4", std::string(17 << 20, 'x')}},
+                                      std::nullopt));
+  EXPECT_TRUE(big.sent);
+  EXPECT_THAT(big.note.value_or(""), ::testing::StartsWith("Quarl cannot put a 17 MB video/mp4 into WhatsApp"));
+  ASSERT_EQ(page_->calls.size(), 2u) << "the open and the text, no file";
+  EXPECT_THAT(page_->calls[1].first, HasSubstr("const body = 'the words';"));
+
+  // Not in the list: once more through the number's link, and still not there: nothing typed.
+  page_->calls.clear();
+  page_->asyncAnswers = {Result{adaNotListed, std::nullopt}, Result{adaNotListed, std::nullopt}};
+  page_->scriptAnswers[newPageAnswers] = {"false", "true"};
+  auto missing = asio::co_spawn(io_, session_->send(ada, "hi", {}, std::string("Ada")), asio::use_future);
+  runReady();
+  pass(2s);
+  ASSERT_EQ(missing.wait_for(0s), std::future_status::ready);
+  EXPECT_EQ(missing.get().failure, "That WhatsApp conversation is not in the chat list on this Mac, so Quarl sent "
+                                   "nothing. Open it once in WhatsApp and try again.");
+  EXPECT_EQ(page_->loads.back(), "https://web.whatsapp.com/send?phone=447700900123");
+  EXPECT_EQ(page_->calls.size(), 2u) << "two opens and no send";
+  EXPECT_EQ(linesContaining("quarl: whatsapp: 447700900123@c.us is not in the list — using the deep link"), 1);
+  EXPECT_EQ(linesContaining("quarl: whatsapp: could not open 447700900123@c.us (not_in_list) walked=5 how=chat 5, key 0, "
+                            "prop 0, cell 0, descendant 0, none 0 anyFiber=true"),
+            1);
+  page_->calls.clear();
+  page_->asyncAnswers = {Result{adaNotListed, std::nullopt}};
+  run(session_->send("120363025@g.us", "hi", {}, std::nullopt));
+  EXPECT_EQ(page_->calls.size(), 1u) << "a group has no link by number";
+
+  // Files go first, one by one; words that then fail say the files had gone.
+  page_->calls.clear();
+  page_->scriptAnswers[std::string(WhatsAppWeb::mediaCountScript())] = {"0", "1", "1", "2"};
+  page_->asyncAnswers = {Result{openedAda, std::nullopt}, Result{R"({"ok":true,"stage":"sent"})", std::nullopt},
+                         Result{R"({"ok":true,"stage":"sent"})", std::nullopt},
+                         Result{R"({"ok":false,"reason":"WhatsApp Web did not accept the send."})", std::nullopt}};
+  const auto half = run(session_->send(ada, "caption", {OutgoingFile{"a.png", "image/png", "A"},
+                                                        OutgoingFile{"b.pdf", "application/pdf", "B"}}, std::nullopt));
+  EXPECT_EQ(half.failure, "WhatsApp Web did not accept the send. The 2 files had already been sent; only the message "
+                          "itself did not go.");
+  ASSERT_EQ(page_->calls.size(), 4u);
+  EXPECT_EQ(page_->calls[1].second.at("fileName"), "a.png");
+  EXPECT_EQ(page_->calls[2].second.at("fileName"), "b.pdf");
+
+  // A file the page says went but that never shows in the conversation is not taken as sent.
+  page_->calls.clear();
+  page_->scriptAnswers[std::string(WhatsAppWeb::mediaCountScript())] = {"2"};
+  page_->asyncAnswers = {Result{openedAda, std::nullopt}, Result{R"({"ok":true,"stage":"sent"})", std::nullopt}};
+  auto unseen = asio::co_spawn(io_, session_->send(ada, "words", {OutgoingFile{"a.png", "image/png", "A"}}, std::nullopt),
+                               asio::use_future);
+  runReady();
+  pass(25s);
+  ASSERT_EQ(unseen.wait_for(0s), std::future_status::ready);
+  EXPECT_THAT(unseen.get().failure.value_or(""), ::testing::StartsWith("Quarl pressed send on the file"));
+  EXPECT_EQ(page_->calls.size(), 2u) << "no words after a file that did not go";
+  EXPECT_EQ(linesContaining("quarl: whatsapp: media send could not be confirmed — reporting failure"), 1);
+}
+
 }  // namespace
 }  // namespace quarl

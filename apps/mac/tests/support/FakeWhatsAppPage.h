@@ -33,11 +33,21 @@ class FakeWhatsAppPage final : public WhatsAppPage {
       co_return ScriptResult{std::move(next), std::nullopt};
     }
     if (script == WhatsAppWeb::linkCodeScript()) co_return ScriptResult{linkCode, std::nullopt};
+    if (auto scripted = scriptAnswers.find(script); scripted != scriptAnswers.end() && !scripted->second.empty()) {
+      auto next = scripted->second.front();
+      if (scripted->second.size() > 1) scripted->second.pop_front();
+      co_return ScriptResult{std::move(next), std::nullopt};
+    }
     co_return ScriptResult{std::nullopt, "ReferenceError: nothing answers this script here"};
   }
   boost::asio::awaitable<ScriptResult> callAsync(std::string body, boost::json::object arguments) override {
     calls.emplace_back(std::move(body), std::move(arguments));
     if (asyncTakes.count() > 0) co_await clock->sleep(asyncTakes);
+    if (!asyncAnswers.empty()) {
+      auto next = std::move(asyncAnswers.front());
+      asyncAnswers.pop_front();
+      co_return next;
+    }
     co_return asyncResult;
   }
   boost::asio::awaitable<std::vector<WhatsAppWeb::Rect>> screenFrames() override { co_return screens; }
@@ -67,7 +77,10 @@ class FakeWhatsAppPage final : public WhatsAppPage {
   std::deque<std::string> probeAnswers;  // taken one per probe before probeAnswer
   std::string linkCode;
   std::vector<WhatsAppWeb::Rect> screens{{{0, 0}, {1440, 900}}};
-  ScriptResult asyncResult{"{}", std::nullopt};  // every asynchronous script's answer
+  ScriptResult asyncResult{"{}", std::nullopt};  // every asynchronous script's answer after `asyncAnswers`
+  std::deque<ScriptResult> asyncAnswers;         // taken one per asynchronous script
+  // Other synchronous scripts' answers by their text, taken in turn; the last one stays.
+  std::map<std::string, std::deque<std::string>, std::less<>> scriptAnswers;
   std::chrono::milliseconds asyncTakes{0};        // on `clock`
   std::shared_ptr<const Clock> clock;
 
