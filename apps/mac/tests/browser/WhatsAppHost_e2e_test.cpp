@@ -8,10 +8,12 @@
 #include <fstream>
 #include <map>
 
+#include "Base64.h"
 #include "DevBrainAdmin.h"
 #include "FileContents.h"
 #include "HostHome.h"
 #include "MessagesStore.h"
+#include "Sha256.h"
 #include "TerminalQrReading.h"
 
 namespace quarl {
@@ -179,6 +181,63 @@ TEST_F(WhatsAppHostAgainstDevBrain, MessagesArrivingWhileTheHostRunsReachTheServ
   EXPECT_EQ(rope.at("threadKind"), "group");
   EXPECT_EQ(rope.at("threadTitle"), "Climbing");
   EXPECT_EQ(ingested.at("3EB0B2").at("body"), "I have it");
+}
+
+json::object whatsappJob(const std::string& to, const std::string& body, const json::array& files = {}) {
+  json::object job{{"channelKind", "whatsapp"}, {"conversationRef", to}, {"body", body}};
+  if (!files.empty()) job["attachments"] = files;
+  return job;
+}
+
+TEST_F(WhatsAppHostAgainstDevBrain, RelayJobsGoIntoTheRightChatAndOnlyJobsReportedSentWentAtAll) {
+  auto defaults = json::parse(testing::fileContents(home_.config() / "defaults.json")).as_object();
+  defaults["QuarlWhatsappHostsSession"] = true;
+  std::ofstream(home_.config() / "defaults.json") << json::serialize(defaults);
+  admin_.post("/admin/whatsapp/chats",
+              {{"replace", true},
+               {"chats", json::array{chatWith("447700900123@c.us", "Ada", json::array{said("3EB0A1", 1795000000, "hello")}),
+                                     chatWith("447700900124@c.us", "Grace", json::array{said("3EB0G1", 1795000100, "hi")})}}});
+  admin_.post("/admin/whatsapp/screen", {{"screen", "linked"}});
+
+  std::string picture;
+  for (int i = 0; i < 40000; ++i) picture.push_back(static_cast<char>(i * 7 % 256));
+  const std::string tooBig(17 << 20, 'v');
+  const auto queue = [&](const json::object& job) { return std::string(admin_.post("/admin/jobs", job).at("id").as_string()); };
+  const auto text = queue(whatsappJob("447700900123@c.us", "See you at 7"));
+  const auto withPicture = queue(whatsappJob(
+      "447700900124@c.us", "the map",
+      json::array{json::object{{"filename", "map.png"}, {"mimeType", "image/png"}, {"dataBase64", base64Encode(picture)}}}));
+  const auto oversized = queue(whatsappJob(
+      "447700900123@c.us", "the video is too big for WhatsApp",
+      json::array{json::object{{"filename", "trip.mp4"}, {"mimeType", "video/mp4"}, {"dataBase64", base64Encode(tooBig)}}}));
+  const auto nowhere = queue(whatsappJob("120363999@g.us", "to a group nobody has"));
+
+  auto host = home_.start(environment_, log_);
+  const auto reports = [&] { return admin_.get("/admin/reports").as_array().size(); };
+  ASSERT_TRUE(testing::eventually([&] { return reports() >= 4; }, 180s)) << testing::fileContents(log_);
+  ::kill(host.id(), SIGTERM);
+  host.wait();
+
+  std::map<std::string, json::object> reported;
+  const auto all = admin_.get("/admin/reports");
+  for (const auto& each : all.as_array()) reported[std::string(each.at("jobId").as_string())] = each.as_object();
+  const auto standIn = admin_.get("/admin/whatsapp");
+  const auto& sent = standIn.at("sent").as_array();
+  ASSERT_EQ(sent.size(), 4u) << sent << testing::fileContents(log_);
+  EXPECT_EQ(reported.at(text).at("ok"), true);
+  EXPECT_EQ(sent[0], (json::object{{"chat", "447700900123@c.us"}, {"text", "See you at 7"}}));
+  EXPECT_EQ(reported.at(withPicture).at("ok"), true);
+  EXPECT_EQ(sent[1].at("chat"), "447700900124@c.us");
+  EXPECT_EQ(sent[1].at("sha256"), json::value(sha256Hex(picture)));
+  EXPECT_EQ(sent[2], (json::object{{"chat", "447700900124@c.us"}, {"text", "the map"}}));
+  // The words went without the file, and the owner is told why.
+  EXPECT_EQ(reported.at(oversized).at("ok"), true);
+  EXPECT_THAT(std::string(reported.at(oversized).at("failureReason").as_string()),
+              HasSubstr("Quarl cannot put a 17 MB video/mp4 into WhatsApp from this Mac"));
+  EXPECT_EQ(sent[3], (json::object{{"chat", "447700900123@c.us"}, {"text", "the video is too big for WhatsApp"}}));
+  EXPECT_EQ(reported.at(nowhere).at("ok"), false);
+  EXPECT_THAT(std::string(reported.at(nowhere).at("failureReason").as_string()),
+              HasSubstr("That WhatsApp conversation is not in the chat list on this Mac, so Quarl sent nothing."));
 }
 
 }  // namespace

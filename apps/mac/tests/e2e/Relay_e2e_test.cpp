@@ -122,7 +122,7 @@ TEST_F(RelayAgainstDevBrain, RefusalsAndFailuresAreReportedInTheirOwnSentences) 
       {"sent", "3", QUARL_STANDIN_PATH, {job("imessage", "two files", {file("a.txt", "text/plain", "A"), file("b.txt", "text/plain", "B")})},
        ::testing::StartsWith("file 2 of 2 did not go, so the message was not sent either: Messages could not send "
                              "that: execution error: Messages got an error")},
-      {"sent", "", QUARL_STANDIN_PATH, {job("whatsapp", "hi")}, "This Mac does not send WhatsApp messages yet, so nothing was sent."},
+      {"sent", "", QUARL_STANDIN_PATH, {job("whatsapp", "hi")}, "WhatsApp Web is not linked on this Mac. Open Quarl and scan the code."},
       {"unauthorised", "", QUARL_STANDIN_PATH, {job("imessage", "x"), job("imessage", "y")},
        "macOS has not allowed Quarl to control Messages. Turn Quarl on in System Settings → Privacy & Security → "
        "Automation → Messages."},
