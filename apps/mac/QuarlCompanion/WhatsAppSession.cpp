@@ -15,14 +15,20 @@ using WhatsAppWeb::SessionState;
 
 std::shared_ptr<WhatsAppSession> WhatsAppSession::create(asio::any_io_executor executor, std::shared_ptr<const Clock> clock,
                                                          std::shared_ptr<SettingsStore> defaults,
-                                                         std::shared_ptr<WhatsAppPage> page) {
-  return std::shared_ptr<WhatsAppSession>(
-      new WhatsAppSession(std::move(executor), std::move(clock), std::move(defaults), std::move(page)));
+                                                         std::shared_ptr<WhatsAppPage> page,
+                                                         std::shared_ptr<PicturePasteboard> pasteboard) {
+  return std::shared_ptr<WhatsAppSession>(new WhatsAppSession(std::move(executor), std::move(clock), std::move(defaults),
+                                                              std::move(page), std::move(pasteboard)));
 }
 
 WhatsAppSession::WhatsAppSession(asio::any_io_executor executor, std::shared_ptr<const Clock> clock,
-                                 std::shared_ptr<SettingsStore> defaults, std::shared_ptr<WhatsAppPage> page)
-    : executor_(std::move(executor)), clock_(std::move(clock)), defaults_(std::move(defaults)), page_(std::move(page)) {
+                                 std::shared_ptr<SettingsStore> defaults, std::shared_ptr<WhatsAppPage> page,
+                                 std::shared_ptr<PicturePasteboard> pasteboard)
+    : executor_(std::move(executor)),
+      clock_(std::move(clock)),
+      defaults_(std::move(defaults)),
+      page_(std::move(page)),
+      pasteboard_(std::move(pasteboard)) {
   if (!page_) unavailable_ = "this computer has no web view to host WhatsApp Web in";
 }
 
@@ -365,7 +371,8 @@ asio::awaitable<std::int64_t> WhatsAppSession::mediaCount() {
 
 asio::awaitable<std::optional<std::string>> WhatsAppSession::sendFile(const WhatsAppWeb::OutgoingFile& file) {
   const auto before = co_await mediaCount();
-  auto report = co_await evaluateReporting(WhatsAppWeb::mediaSendScript(), file.arguments(), sendScriptLimit);
+  const bool pasted = pastedNatively(file);
+  auto report = co_await evaluateReporting(WhatsAppWeb::mediaSendScript(), file.arguments(pasted), sendScriptLimit);
   if (!report.answer) co_return WhatsAppWeb::sendNotRunSentence(report.failure.value_or("no answer"));
   const auto outcome = WhatsAppWeb::readMediaSendOutcome(report.answer);
   if (!outcome.stage) co_return "Quarl could not tell whether WhatsApp Web sent the file. Nothing is assumed.";
@@ -379,6 +386,26 @@ asio::awaitable<std::optional<std::string>> WhatsAppSession::sendFile(const What
   QuarlLog::say("quarl: whatsapp: media send could not be confirmed — reporting failure");
   co_return "Quarl pressed send on the file and WhatsApp Web showed no new file in the conversation. Nothing is "
             "assumed to have gone.";
+}
+
+// A picture goes by the pasteboard only when there is one and the owner is not using it.
+bool WhatsAppSession::pastedNatively(const WhatsAppWeb::OutgoingFile& file) {
+  if (!pasteboard_) return false;
+  if (!file.isPicture()) {
+    QuarlLog::say("quarl: whatsapp: the file is not an image the pasteboard can carry");
+    return false;
+  }
+  if (pasteboard_->ownerIsInTheApp()) {
+    QuarlLog::say("quarl: whatsapp: not pasting — he is in the app and it is his clipboard");
+    return false;
+  }
+  if (auto failure = pasteboard_->stagePicture(file)) {
+    QuarlLog::say("quarl: whatsapp: could not stage the picture for the pasteboard: " + *failure);
+    return false;
+  }
+  pasteboard_->pasteWithCommandV();
+  QuarlLog::say("quarl: whatsapp: pasted the picture with a real command-V");
+  return true;
 }
 
 asio::awaitable<std::optional<std::string>> WhatsAppSession::sendText(const std::string& conversationRef,

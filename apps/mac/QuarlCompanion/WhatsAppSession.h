@@ -15,6 +15,7 @@
 #include "WhatsAppCapturePass.h"
 #include "WhatsAppSend.h"
 #include "WhatsAppSessionState.h"
+#include "platform/PicturePasteboard.h"
 #include "platform/WhatsAppPage.h"
 
 namespace quarl {
@@ -37,7 +38,8 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   static std::shared_ptr<WhatsAppSession> create(boost::asio::any_io_executor executor,
                                                  std::shared_ptr<const Clock> clock,
                                                  std::shared_ptr<SettingsStore> defaults,
-                                                 std::shared_ptr<WhatsAppPage> page);
+                                                 std::shared_ptr<WhatsAppPage> page,
+                                                 std::shared_ptr<PicturePasteboard> pasteboard = nullptr);
 
   bool isEnabled() const;
   // The sentence for why this computer cannot host the page, once opening it failed.
@@ -99,7 +101,8 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
 
  private:
   WhatsAppSession(boost::asio::any_io_executor executor, std::shared_ptr<const Clock> clock,
-                  std::shared_ptr<SettingsStore> defaults, std::shared_ptr<WhatsAppPage> page);
+                  std::shared_ptr<SettingsStore> defaults, std::shared_ptr<WhatsAppPage> page,
+                  std::shared_ptr<PicturePasteboard> pasteboard);
 
   // Counts one more driver for as long as it lives, so that a drive within a drive does not end
   // the outer one's protection.
@@ -134,6 +137,8 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   boost::asio::awaitable<std::optional<std::string>> sendFile(const WhatsAppWeb::OutgoingFile& file);
   boost::asio::awaitable<std::optional<std::string>> sendText(const std::string& conversationRef, const std::string& body);
   boost::asio::awaitable<std::int64_t> mediaCount();
+  // Whether the picture is now pasted into the page natively; when not, it is attached.
+  bool pastedNatively(const WhatsAppWeb::OutgoingFile& file);
   boost::asio::awaitable<void> loadDeepLink(std::string link);
   std::chrono::seconds sinceNavigation() const;
   // The last answer since the navigation was `linked`.
@@ -145,6 +150,7 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
   std::shared_ptr<const Clock> clock_;
   std::shared_ptr<SettingsStore> defaults_;
   std::shared_ptr<WhatsAppPage> page_;
+  std::shared_ptr<PicturePasteboard> pasteboard_;  // none: files are always attached
   bool open_ = false;
   bool linkingChosen_ = false;  // the owner chose to link in this run, even if that could not be saved
   std::optional<std::string> unavailable_;

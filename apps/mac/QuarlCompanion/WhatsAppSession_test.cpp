@@ -281,5 +281,52 @@ TEST_F(WhatsAppSessionOnAManualClock, ASendTouchesThePageOnlyOnceTheChatIsOpenAn
   EXPECT_EQ(linesContaining("quarl: whatsapp: media send could not be confirmed — reporting failure"), 1);
 }
 
+// The Mac's pasteboard as a test sets it: whether the owner is in the app, and whether staging
+// works; it keeps what it was asked to do.
+class FakePasteboard final : public PicturePasteboard {
+ public:
+  bool ownerIsInTheApp() override { return ownerIn; }
+  std::optional<std::string> stagePicture(const WhatsAppWeb::OutgoingFile& file) override {
+    staged.push_back(file.name);
+    return stageFailure;
+  }
+  void pasteWithCommandV() override { ++pastes; }
+
+  bool ownerIn = false;
+  std::optional<std::string> stageFailure;
+  std::vector<std::string> staged;
+  int pastes = 0;
+};
+
+TEST_F(WhatsAppSessionOnAManualClock, APictureIsPastedOnlyWhenThePasteboardIsFreeAndIsAttachedOtherwise) {
+  using WhatsAppWeb::OutgoingFile;
+  using Result = testing::FakeWhatsAppPage::ScriptResult;
+  auto pasteboard = std::make_shared<FakePasteboard>();
+  auto session = WhatsAppSession::create(io_.get_executor(), clock_, defaults_, page_, pasteboard);
+  enable();
+  const auto sendOne = [&](OutgoingFile file) {
+    page_->calls.clear();
+    page_->asyncAnswers = {Result{openedAda, std::nullopt}, Result{R"({"ok":true,"stage":"sent"})", std::nullopt}};
+    page_->scriptAnswers[std::string(WhatsAppWeb::mediaCountScript())] = {"0", "1"};
+    EXPECT_TRUE(run(session->send("447700900123@c.us", "", {std::move(file)}, std::nullopt)).sent);
+    return page_->calls.at(1).second.at("pasted").as_bool();
+  };
+  const OutgoingFile picture{"a.png", "image/png", "PNG"};
+
+  EXPECT_TRUE(sendOne(picture));
+  EXPECT_EQ(pasteboard->pastes, 1);
+  EXPECT_EQ(linesContaining("quarl: whatsapp: pasted the picture with a real command-V"), 1);
+  EXPECT_FALSE(sendOne(OutgoingFile{"a.pdf", "application/pdf", "PDF"}));
+  EXPECT_EQ(linesContaining("quarl: whatsapp: the file is not an image the pasteboard can carry"), 1);
+  pasteboard->ownerIn = true;
+  EXPECT_FALSE(sendOne(picture));
+  EXPECT_EQ(linesContaining("quarl: whatsapp: not pasting — he is in the app and it is his clipboard"), 1);
+  pasteboard->ownerIn = false;
+  pasteboard->stageFailure = "the pasteboard refused the data";
+  EXPECT_FALSE(sendOne(picture));
+  EXPECT_EQ(linesContaining("quarl: whatsapp: could not stage the picture for the pasteboard: the pasteboard refused the data"), 1);
+  EXPECT_EQ(pasteboard->pastes, 1) << "pasted only the once";
+}
+
 }  // namespace
 }  // namespace quarl

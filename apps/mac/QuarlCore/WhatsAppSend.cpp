@@ -176,8 +176,13 @@ MediaSendOutcome readMediaSendOutcome(const std::optional<std::string>& answer) 
   return outcome;
 }
 
-json::object OutgoingFile::arguments() const {
-  return json::object{{"fileName", name}, {"fileType", type}, {"fileB64", base64Encode(bytes)}};
+json::object OutgoingFile::arguments(bool pasted) const {
+  return json::object{{"fileName", name}, {"fileType", type}, {"fileB64", base64Encode(bytes)}, {"pasted", pasted}};
+}
+
+bool OutgoingFile::isPicture() const {
+  return type == "image/png" || type == "image/jpeg" || type == "image/gif" || type == "image/heic" ||
+         type == "image/tiff" || type == "image/webp";
 }
 
 std::string mediaFailureSentence(int index, int of, const std::optional<std::string>& reason) {

@@ -84,8 +84,11 @@ struct OutgoingFile {
   std::string type;
   std::string bytes;
 
-  // The media send script's arguments: fileName, fileType and fileB64.
-  boost::json::object arguments() const;
+  // The media send script's arguments: fileName, fileType, fileB64, and whether the picture
+  // was already pasted natively.
+  boost::json::object arguments(bool pasted = false) const;
+  // A picture the pasteboard can carry.
+  bool isPicture() const;
 };
 
 // The sentence for file `index` (from 1) of `of` failing: what went before it, and that the

@@ -1,5 +1,6 @@
 // Attaches one file to the open conversation and sends it, run after the page helpers as the
-// body of an asynchronous function whose arguments are fileName, fileType and fileB64. It goes
+// body of an asynchronous function whose arguments are fileName, fileType, fileB64 and pasted
+// (true when the picture was pasted natively, so the attaching is already done). It goes
 // stage by stage as a person would (the attach button, WhatsApp's own file input, the preview,
 // its send button) and stops at the first stage that fails: {ok: false, stage, reason}. It
 // answers {ok: true, stage: 'sent'} only once the preview WhatsApp opened has gone.
@@ -154,62 +155,68 @@ try {
 if (!bytes.length) return stop('decode', 'The file arrived empty, so nothing was sent.');
 
 const titleAtStart = quarlOpenChatTitle();
-const sendsBefore = quarlCount(quarlSendSelectors);
-const dialogsBefore = Array.from(document.querySelectorAll(quarlDialogs));
+// A native paste came before this script: its preview may be up already, so what stood before
+// is the conversation without any preview.
+const sendsBefore = pasted ? Array.from(document.querySelectorAll(quarlSendSelectors)).filter(function (e) {
+  return !quarlOutsideFooter(e);
+}).length : quarlCount(quarlSendSelectors);
+const dialogsBefore = pasted ? [] : Array.from(document.querySelectorAll(quarlDialogs));
 
-// b–d. WhatsApp's own file input, from its attach menu.
-const inputsBefore = quarlFileInputs();
-let control = quarlAttachControl();
-let fresh = false;
-if (control) {
-  quarlPressFully(control);
-  fresh = await quarlNewInput(inputsBefore);
-}
-if (!fresh) {
-  control = null;
-  for (let look = 0; look < 40 && !control; look++) {
-    control = quarlAttachControl();
-    if (!control) await quarlSleep(200);
-  }
-  if (!control) return stop('attachMenu', 'WhatsApp Web has changed and Quarl could not find the attach button, so the file was not sent.');
-  quarlPressFully(control);
-  fresh = await quarlNewInput(inputsBefore);
-}
-const inputs = quarlFileInputs();
-if (!inputs.length) {
-  return stop('fileInput', 'Quarl opened WhatsApp\'s attach menu and no file picker appeared, so the file was not sent.');
-}
-
-// e. The input that takes this type, a new one first.
 let input = null;
-let best = 0;
-for (const candidate of inputs) {
-  const score = quarlAcceptScore(candidate, fileType);
-  const rank = score === 0 ? 0 : score * 2 + (inputsBefore.includes(candidate) ? 0 : 1);
-  if (rank > best) {
-    best = rank;
-    input = candidate;
-  }
-}
-if (!input) return stop('notAccepted', 'WhatsApp Web will not take a ' + fileType + ' from this Mac, so nothing was sent.');
-
-// f. The file, as the picker would have handed it over.
 let transfer = null;
-try {
-  transfer = new DataTransfer();
-  transfer.items.add(new File([bytes], fileName, { type: fileType }));
-  Object.getOwnPropertyDescriptor(HTMLInputElement.prototype, 'files').set.call(input, transfer.files);
-  input.dispatchEvent(new Event('input', { bubbles: true }));
-  input.dispatchEvent(new Event('change', { bubbles: true }));
-} catch (e) {
-  return stop('dataTransfer', 'This Mac\'s browser engine would not build a file for WhatsApp, so nothing was sent.');
+if (!pasted) {
+  // b–d. WhatsApp's own file input, from its attach menu.
+  const inputsBefore = quarlFileInputs();
+  let control = quarlAttachControl();
+  let fresh = false;
+  if (control) {
+    quarlPressFully(control);
+    fresh = await quarlNewInput(inputsBefore);
+  }
+  if (!fresh) {
+    control = null;
+    for (let look = 0; look < 40 && !control; look++) {
+      control = quarlAttachControl();
+      if (!control) await quarlSleep(200);
+    }
+    if (!control) return stop('attachMenu', 'WhatsApp Web has changed and Quarl could not find the attach button, so the file was not sent.');
+    quarlPressFully(control);
+    fresh = await quarlNewInput(inputsBefore);
+  }
+  const inputs = quarlFileInputs();
+  if (!inputs.length) {
+    return stop('fileInput', 'Quarl opened WhatsApp\'s attach menu and no file picker appeared, so the file was not sent.');
+  }
+
+  // e. The input that takes this type, a new one first.
+  let best = 0;
+  for (const candidate of inputs) {
+    const score = quarlAcceptScore(candidate, fileType);
+    const rank = score === 0 ? 0 : score * 2 + (inputsBefore.includes(candidate) ? 0 : 1);
+    if (rank > best) {
+      best = rank;
+      input = candidate;
+    }
+  }
+  if (!input) return stop('notAccepted', 'WhatsApp Web will not take a ' + fileType + ' from this Mac, so nothing was sent.');
+
+  // f. The file, as the picker would have handed it over.
+  try {
+    transfer = new DataTransfer();
+    transfer.items.add(new File([bytes], fileName, { type: fileType }));
+    Object.getOwnPropertyDescriptor(HTMLInputElement.prototype, 'files').set.call(input, transfer.files);
+    input.dispatchEvent(new Event('input', { bubbles: true }));
+    input.dispatchEvent(new Event('change', { bubbles: true }));
+  } catch (e) {
+    return stop('dataTransfer', 'This Mac\'s browser engine would not build a file for WhatsApp, so nothing was sent.');
+  }
 }
 
 // g. The preview; failing that, the file pasted into the message box.
 let preview = await quarlAwaitPreview(dialogsBefore);
 if (!preview) {
   const box = document.querySelector('#main footer [contenteditable="true"]');
-  if (box) {
+  if (box && transfer) {
     try {
       box.focus();
       box.dispatchEvent(new ClipboardEvent('paste', { clipboardData: transfer, bubbles: true, cancelable: true }));
@@ -218,7 +225,7 @@ if (!preview) {
   }
 }
 if (!preview) {
-  const held = input.files ? input.files.length : 0;
+  const held = input && input.files ? input.files.length : 0;
   return stop('preview', 'WhatsApp Web did not offer to send the file after Quarl attached it, so nothing was sent. (The picker held ' +
     held + ' file(s) afterwards. ' + quarlInventory() + '.)');
 }
