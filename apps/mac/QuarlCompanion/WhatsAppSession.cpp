@@ -274,8 +274,9 @@ asio::awaitable<WhatsAppWeb::SendOutcome> WhatsAppSession::send(std::string conv
                                                                 std::vector<WhatsAppWeb::OutgoingFile> files,
                                                                 std::optional<std::string> name) {
   using WhatsAppWeb::SendOutcome;
+  auto state = co_await refreshState();
   // A job claimed while the page is still loading waits for it, as far as the settle deadline.
-  const auto state = co_await settledState();
+  if (!WhatsAppWeb::isSettled(state)) state = co_await settledState();
   if (!WhatsAppWeb::isSettled(state)) co_return SendOutcome::notSent(std::string(WhatsAppWeb::notLinkedSentence));
   // Files WhatsApp cannot take are refused before the page is touched; the rest still goes.
   std::vector<WhatsAppWeb::OutgoingFile> going;
