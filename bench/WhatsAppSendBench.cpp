@@ -1,0 +1,107 @@
+// WhatsApp relay jobs in a real WebKitGTK against devbrain's stand-in, 40 chats of which the list
+// draws 11: the time from a job's claim to its report, through the relay pass as the host runs it,
+// for a text reply into a chat in sight, a text reply into a chat the walk has to scroll to, and
+// a picture (64 KiB) with a line of text. Each is run three times; the median is shown.
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+#include "../apps/mac/tests/support/DevBrainAdmin.h"
+#include "../apps/mac/tests/support/MemorySettingsStore.h"
+#include "../apps/mac/tests/support/RunAwaitable.h"
+#include "../apps/mac/tests/support/TemporaryDirectory.h"
+#include "Base64.h"
+#include "MessagesRelay.h"
+#include "PrivateDisplay_linux.h"
+#include "SettingsKeys.h"
+#include "WhatsAppPage_linux.h"
+#include "platform/linux/HttpTransport_linux.h"
+
+namespace {
+
+namespace asio = boost::asio;
+namespace json = boost::json;
+using namespace std::chrono;
+using quarl::testing::runAwaitable;
+
+constexpr int chats = 40;
+constexpr std::int64_t baseTime = 1795000000;
+
+std::string ref(int n) {
+  char id[32];
+  std::snprintf(id, sizeof id, "4477009003%02d@c.us", n);
+  return id;
+}
+
+asio::awaitable<double> millisecondsOf(asio::awaitable<void> work) {
+  const auto started = steady_clock::now();
+  co_await std::move(work);
+  co_return duration<double, std::milli>(steady_clock::now() - started).count();
+}
+
+}  // namespace
+
+int main() {
+  quarl::PrivateDisplay::reserveEnvironment();
+  quarl::testing::DevBrainProcess brain;
+  quarl::testing::DevBrainAdmin admin(brain);
+  json::array all;
+  for (int n = 0; n < chats; ++n) {
+    json::array messages{json::object{{"id", "3EB0" + std::to_string(n)}, {"t", baseTime + n * 60}, {"body", "hello"}}};
+    all.push_back(json::object{{"id", ref(n)}, {"title", "Chat " + std::to_string(n)}, {"messages", messages}});
+  }
+  admin.post("/admin/whatsapp/chats", json::object{{"replace", true}, {"chats", all}});
+  admin.post("/admin/whatsapp/screen", json::object{{"screen", "linked"}, {"visibleRows", 11}});
+
+  asio::io_context io;
+  quarl::testing::TemporaryDirectory folder;
+  auto clock = std::make_shared<quarl::SystemClock>();
+  auto defaults = std::make_shared<quarl::testing::MemorySettingsStore>();
+  defaults->write(quarl::keys::whatsappEnabled, true);
+  defaults->write(quarl::keys::whatsappWebURL, json::string(brain.baseURL() + "/whatsapp/"));
+  auto page = std::make_shared<quarl::WebKitWhatsAppPage>(io.get_executor(), folder.path());
+  auto session = quarl::WhatsAppSession::create(io.get_executor(), clock, defaults, page);
+  runAwaitable(io, session->load());
+  if (!quarl::WhatsAppWeb::isSettled(runAwaitable(io, session->settledState()))) {
+    std::printf("the stand-in never read linked\n");
+    return 1;
+  }
+  const auto device = admin.post("/admin/devices").as_object();
+  quarl::BrainClient client(io.get_executor(), brain.baseURL(), quarl::ClientIdentity{"linux", 1, "bench", "bench", "bench"},
+                            quarl::Credentials{std::string(device.at("accessToken").as_string()),
+                                               std::string(device.at("refreshToken").as_string()),
+                                               std::string(device.at("deviceId").as_string())},
+                            std::make_shared<quarl::BeastHttpTransport>(io.get_executor()), clock, nullptr);
+  quarl::MessagesRelay relay(clock, (folder.path() / "chat.db").string(),
+                             std::make_shared<quarl::RelaySendLedger>(defaults), defaults);
+  relay.sendWhatsAppThrough(session);
+
+  std::string picture;
+  for (int i = 0; i < 65536; ++i) picture.push_back(static_cast<char>(i % 251));
+  const auto measure = [&](const char* what, const std::function<json::object(int)>& job) {
+    std::vector<double> times;
+    for (int round = 0; round < 3; ++round) {
+      admin.post("/admin/jobs", job(round));
+      times.push_back(runAwaitable(io, millisecondsOf(relay.runRelayJobs(client))));
+    }
+    std::sort(times.begin(), times.end());
+    std::printf("%-52s %7.0f ms  (%.0f to %.0f)\n", what, times[1], times.front(), times.back());
+  };
+  // The newest chats head the list; chat 0 is the oldest, drawn only once the list is walked.
+  measure("text into a chat in sight, claim to report", [&](int round) {
+    return json::object{{"channelKind", "whatsapp"}, {"conversationRef", ref(chats - 1 - round)}, {"body", "on my way"}};
+  });
+  measure("text into a chat found by the walk, claim to report", [&](int round) {
+    return json::object{{"channelKind", "whatsapp"}, {"conversationRef", ref(round)}, {"body", "found you"}};
+  });
+  measure("picture and text, claim to report", [&](int round) {
+    return json::object{{"channelKind", "whatsapp"}, {"conversationRef", ref(chats - 1 - round)}, {"body", "the map"},
+                        {"attachments", json::array{json::object{{"filename", "map.png"}, {"mimeType", "image/png"},
+                                                                 {"dataBase64", quarl::base64Encode(picture)}}}}};
+  });
+  const auto reports = admin.get("/admin/reports");
+  std::size_t sent = 0;
+  for (const auto& each : reports.as_array()) sent += each.at("ok") == json::value(true) ? 1 : 0;
+  std::printf("jobs reported sent: %zu of %zu\n", sent, reports.as_array().size());
+  return sent == reports.as_array().size() ? 0 : 1;
+}
