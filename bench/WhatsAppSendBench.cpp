@@ -78,9 +78,18 @@ int main() {
 
   std::string picture;
   for (int i = 0; i < 65536; ++i) picture.push_back(static_cast<char>(i % 251));
+  // Every round starts from the same list, seen from its top: the chat a send went to has moved
+  // to the top, and a walk may have left the list scrolled.
+  const auto freshList = [&] {
+    admin.post("/admin/whatsapp/chats", json::object{{"replace", true}, {"chats", all}});
+    runAwaitable(io, session->evaluate("document.querySelector('#pane-side').scrollTop = 0; 1"));
+    const auto drawn = steady_clock::now() + milliseconds(800);  // the page polls its state every 250 ms
+    while (steady_clock::now() < drawn) io.run_for(milliseconds(50));
+  };
   const auto measure = [&](const char* what, const std::function<json::object(int)>& job) {
     std::vector<double> times;
     for (int round = 0; round < 3; ++round) {
+      freshList();
       admin.post("/admin/jobs", job(round));
       times.push_back(runAwaitable(io, millisecondsOf(relay.runRelayJobs(client))));
     }
@@ -102,6 +111,7 @@ int main() {
   const auto reports = admin.get("/admin/reports");
   std::size_t sent = 0;
   for (const auto& each : reports.as_array()) sent += each.at("ok") == json::value(true) ? 1 : 0;
+  // `replace` empties the stand-in's log of what it was sent; the reports are devbrain's own.
   std::printf("jobs reported sent: %zu of %zu\n", sent, reports.as_array().size());
   return sent == reports.as_array().size() ? 0 : 1;
 }

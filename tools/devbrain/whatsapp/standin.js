@@ -388,6 +388,9 @@
 
   function render(state) {
     shown = state;
+    // The list keeps its place as the DOM holds it, even when its scroll event has not come yet.
+    const before = document.querySelector('#pane-side');
+    if (before) listTop = before.scrollTop;
     root.replaceChildren(screenOf(state));
     const pane = document.querySelector('#pane-side');
     if (pane) pane.scrollTop = listTop;

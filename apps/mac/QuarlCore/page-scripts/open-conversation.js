@@ -140,7 +140,9 @@ for (; !row && pages < 60; pages++) {
   if (seen.size === before) break;
   grew++;
 }
-if (!row) {
+// The list is left as the owner had it: at its top.
+function quarlBackToTop() {
+  if (!pages) return;
   const pane = quarlPane();
   if (pane) pane.scrollTop = 0;
   const top = quarlListRows(quarlPane())[0];
@@ -148,6 +150,8 @@ if (!row) {
     try { top.scrollIntoView({ block: 'start' }); } catch (e) {}
   }
 }
+
+if (!row) quarlBackToTop();
 
 let box = null;
 if (!row && wantName) {
@@ -179,8 +183,10 @@ for (let poll = 0; poll < 40; poll++) {
   await quarlSleep(100);
   if (quarlMainRef() === want) {
     quarlEndSearch(box);
+    quarlBackToTop();
     return answer({ ok: true, openedRef: want, alreadyOpen: false, viaSearch: searched.box });
   }
 }
 quarlEndSearch(box);
+quarlBackToTop();
 return answer({ ok: false, reason: 'opened_the_wrong_chat', openedRef: quarlMainRef() });
