@@ -80,12 +80,16 @@ TEST(RelayJournal, KeepsEachJobUntilItsReportIsTakenAcrossRestarts) {
   {
     RelayJournal journal(store);
     EXPECT_TRUE(journal.begin({"job-1", "+15550001", "digest", 2, now + 1500us, std::nullopt}) &&
-                journal.begin({"job-2", "chat42", "digest", 1, now, std::nullopt}));
+                journal.begin({"job-2", "chat42", "digest", 1, now, std::nullopt}) &&
+                journal.begin({"job-3", "447700900123@c.us", "digest", 1, now, std::nullopt, "whatsapp"}));
     journal.settle("job-2", {false, "Messages did not record this message.", std::nullopt});
   }
   RelayJournal journal(store);
-  ASSERT_EQ(journal.entries().size(), 2u);
+  ASSERT_EQ(journal.entries().size(), 3u);
+  // A WhatsApp job has no store to be confirmed from: its channel is kept with it.
+  EXPECT_EQ(journal.find("job-3")->channelKind, "whatsapp");
   const auto first = journal.find("job-1");
+  EXPECT_EQ(first->channelKind, "imessage");
   EXPECT_EQ(first->expectedRows, 2);
   EXPECT_EQ(first->handedOverAt, now + 1ms) << "kept to the millisecond";
   EXPECT_FALSE(first->report);
