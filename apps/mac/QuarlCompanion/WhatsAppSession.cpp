@@ -3,6 +3,7 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 
+#include "MessagesSender.h"
 #include "QuarlLog.h"
 #include "SettingsKeys.h"
 #include "WhatsAppAnswer.h"
@@ -292,8 +293,7 @@ asio::awaitable<WhatsAppWeb::SendOutcome> WhatsAppSession::send(std::string conv
   std::string refusals;
   for (const auto& refusal : refused) refusals += (refusals.empty() ? "" : " ") + refusal;
   if (going.empty() && isBlank(body)) {
-    co_return SendOutcome::notSent(refusals.empty() ? "this reply had no words and no files, so nothing was sent"
-                                                    : refusals);
+    co_return SendOutcome::notSent(refusals.empty() ? std::string(MessagesSender::nothingToSendSentence) : refusals);
   }
 
   co_await waitForThePage();

@@ -31,7 +31,7 @@ std::string MessagesSender::Failure::description() const {
       return "Messages did not answer, so Quarl stopped waiting. Check the conversation in Messages before sending it "
              "again.";
     case Kind::noMessagesApp: return "This computer has no Messages app, so nothing was sent.";
-    case Kind::nothingToSend: return "this reply had no words and no files, so nothing was sent";
+    case Kind::nothingToSend: return std::string(nothingToSendSentence);
   }
   return "Messages could not send that: " + detail_;
 }

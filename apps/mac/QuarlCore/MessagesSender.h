@@ -18,6 +18,9 @@ struct MessagesSender {
   static constexpr std::chrono::seconds terminationGrace{2};
   static constexpr std::string_view osascriptPath = "/usr/bin/osascript";
 
+  // A reply with neither, on any channel.
+  static constexpr std::string_view nothingToSendSentence = "this reply had no words and no files, so nothing was sent";
+
   class Failure {
    public:
     enum class Kind { notAuthorised, noConversation, scriptFailed, timedOut, noMessagesApp, nothingToSend };
