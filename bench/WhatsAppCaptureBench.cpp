@@ -9,15 +9,8 @@
 #include <chrono>
 #include <cstdio>
 
-#include "../apps/mac/tests/support/DevBrainAdmin.h"
-#include "../apps/mac/tests/support/MemorySettingsStore.h"
-#include "../apps/mac/tests/support/RunAwaitable.h"
-#include "../apps/mac/tests/support/TemporaryDirectory.h"
-#include "PrivateDisplay_linux.h"
-#include "SettingsKeys.h"
+#include "StandInBench.h"
 #include "WhatsAppCapture.h"
-#include "WhatsAppPage_linux.h"
-#include "platform/linux/HttpTransport_linux.h"
 
 namespace {
 
@@ -57,9 +50,11 @@ asio::awaitable<void> readInto(quarl::WhatsAppWeb::ReadResult& result, quarl::Wh
 }  // namespace
 
 int main() {
-  quarl::PrivateDisplay::reserveEnvironment();
-  quarl::testing::DevBrainProcess brain;
-  quarl::testing::DevBrainAdmin admin(brain);
+  quarl::bench::StandInBench bench;
+  auto& admin = bench.admin;
+  auto& io = bench.io;
+  auto& defaults = bench.defaults;
+  auto& session = bench.session;
   json::array all;
   for (int n = 0; n < chats; ++n) {
     json::array messages;
@@ -70,30 +65,13 @@ int main() {
   // A window tall enough to draw every chat, so that the six unchanged ones can be read.
   admin.post("/admin/whatsapp/screen", json::object{{"screen", "linked"}, {"visibleRows", chats}});
 
-  asio::io_context io;
-  quarl::testing::TemporaryDirectory folder;
-  auto clock = std::make_shared<quarl::SystemClock>();
-  auto defaults = std::make_shared<quarl::testing::MemorySettingsStore>();
-  defaults->write(quarl::keys::whatsappEnabled, true);
-  defaults->write(quarl::keys::whatsappWebURL, json::string(brain.baseURL() + "/whatsapp/"));
   defaults->write(quarl::keys::whatsappSweepVersion, 1);
-  auto page = std::make_shared<quarl::WebKitWhatsAppPage>(io.get_executor(), folder.path());
-  auto session = quarl::WhatsAppSession::create(io.get_executor(), clock, defaults, page);
-  runAwaitable(io, session->load());
-  if (!quarl::WhatsAppWeb::isSettled(runAwaitable(io, session->settledState()))) {
-    std::printf("the stand-in never read linked\n");
-    return 1;
-  }
-  const auto device = admin.post("/admin/devices").as_object();
-  quarl::BrainClient client(io.get_executor(), brain.baseURL(), quarl::ClientIdentity{"linux", 1, "bench", "bench", "bench"},
-                            quarl::Credentials{std::string(device.at("accessToken").as_string()),
-                                               std::string(device.at("refreshToken").as_string()),
-                                               std::string(device.at("deviceId").as_string())},
-                            std::make_shared<quarl::BeastHttpTransport>(io.get_executor()), clock, nullptr);
-  quarl::WhatsAppCapture capture(clock, defaults);
+  if (!bench.linked()) return 1;
+  const auto client = bench.signedInClient();
+  quarl::WhatsAppCapture capture(bench.clock, defaults);
 
   const auto stage = [&](const char* what) {
-    const auto took = runAwaitable(io, millisecondsOf(capture.capture(*session, client, "ch-whatsapp")));
+    const auto took = runAwaitable(io, millisecondsOf(capture.capture(*session, *client, "ch-whatsapp")));
     std::printf("%-48s %7.0f ms\n", what, took);
   };
   const auto script = [&](const char* what, std::vector<std::string> peek) {

@@ -11,14 +11,7 @@
 #include <numeric>
 #include <vector>
 
-#include "../apps/mac/tests/support/DevBrainAdmin.h"
-#include "../apps/mac/tests/support/MemorySettingsStore.h"
-#include "../apps/mac/tests/support/RunAwaitable.h"
-#include "../apps/mac/tests/support/TemporaryDirectory.h"
-#include "PrivateDisplay_linux.h"
-#include "SettingsKeys.h"
-#include "WhatsAppPage_linux.h"
-#include "WhatsAppSession.h"
+#include "StandInBench.h"
 
 namespace {
 
@@ -44,18 +37,10 @@ double millisecondsSince(steady_clock::time_point start) {
 }  // namespace
 
 int main() {
-  quarl::PrivateDisplay::reserveEnvironment();
-  quarl::testing::DevBrainProcess brain;
-  quarl::testing::DevBrainAdmin admin(brain);
-  admin.post("/admin/whatsapp/screen", json::object{{"screen", "linked"}});
-
-  asio::io_context io;
-  quarl::testing::TemporaryDirectory folder;
-  auto defaults = std::make_shared<quarl::testing::MemorySettingsStore>();
-  defaults->write(quarl::keys::whatsappEnabled, true);
-  defaults->write(quarl::keys::whatsappWebURL, json::string(brain.baseURL() + "/whatsapp/"));
-  auto page = std::make_shared<quarl::WebKitWhatsAppPage>(io.get_executor(), folder.path());
-  auto session = quarl::WhatsAppSession::create(io.get_executor(), std::make_shared<quarl::SystemClock>(), defaults, page);
+  quarl::bench::StandInBench bench;
+  bench.admin.post("/admin/whatsapp/screen", json::object{{"screen", "linked"}});
+  auto& io = bench.io;
+  auto& session = bench.session;
 
   const auto launched = steady_clock::now();
   runAwaitable(io, session->load());

@@ -6,16 +6,9 @@
 #include <chrono>
 #include <cstdio>
 
-#include "../apps/mac/tests/support/DevBrainAdmin.h"
-#include "../apps/mac/tests/support/MemorySettingsStore.h"
-#include "../apps/mac/tests/support/RunAwaitable.h"
-#include "../apps/mac/tests/support/TemporaryDirectory.h"
 #include "Base64.h"
 #include "MessagesRelay.h"
-#include "PrivateDisplay_linux.h"
-#include "SettingsKeys.h"
-#include "WhatsAppPage_linux.h"
-#include "platform/linux/HttpTransport_linux.h"
+#include "StandInBench.h"
 
 namespace {
 
@@ -42,9 +35,10 @@ asio::awaitable<double> millisecondsOf(asio::awaitable<void> work) {
 }  // namespace
 
 int main() {
-  quarl::PrivateDisplay::reserveEnvironment();
-  quarl::testing::DevBrainProcess brain;
-  quarl::testing::DevBrainAdmin admin(brain);
+  quarl::bench::StandInBench bench;
+  auto& admin = bench.admin;
+  auto& io = bench.io;
+  auto& session = bench.session;
   json::array all;
   for (int n = 0; n < chats; ++n) {
     json::array messages{json::object{{"id", "3EB0" + std::to_string(n)}, {"t", baseTime + n * 60}, {"body", "hello"}}};
@@ -53,27 +47,10 @@ int main() {
   admin.post("/admin/whatsapp/chats", json::object{{"replace", true}, {"chats", all}});
   admin.post("/admin/whatsapp/screen", json::object{{"screen", "linked"}, {"visibleRows", 11}});
 
-  asio::io_context io;
-  quarl::testing::TemporaryDirectory folder;
-  auto clock = std::make_shared<quarl::SystemClock>();
-  auto defaults = std::make_shared<quarl::testing::MemorySettingsStore>();
-  defaults->write(quarl::keys::whatsappEnabled, true);
-  defaults->write(quarl::keys::whatsappWebURL, json::string(brain.baseURL() + "/whatsapp/"));
-  auto page = std::make_shared<quarl::WebKitWhatsAppPage>(io.get_executor(), folder.path());
-  auto session = quarl::WhatsAppSession::create(io.get_executor(), clock, defaults, page);
-  runAwaitable(io, session->load());
-  if (!quarl::WhatsAppWeb::isSettled(runAwaitable(io, session->settledState()))) {
-    std::printf("the stand-in never read linked\n");
-    return 1;
-  }
-  const auto device = admin.post("/admin/devices").as_object();
-  quarl::BrainClient client(io.get_executor(), brain.baseURL(), quarl::ClientIdentity{"linux", 1, "bench", "bench", "bench"},
-                            quarl::Credentials{std::string(device.at("accessToken").as_string()),
-                                               std::string(device.at("refreshToken").as_string()),
-                                               std::string(device.at("deviceId").as_string())},
-                            std::make_shared<quarl::BeastHttpTransport>(io.get_executor()), clock, nullptr);
-  quarl::MessagesRelay relay(clock, (folder.path() / "chat.db").string(),
-                             std::make_shared<quarl::RelaySendLedger>(defaults), defaults);
+  if (!bench.linked()) return 1;
+  const auto client = bench.signedInClient();
+  quarl::MessagesRelay relay(bench.clock, (bench.folder.path() / "chat.db").string(),
+                             std::make_shared<quarl::RelaySendLedger>(bench.defaults), bench.defaults);
   relay.sendWhatsAppThrough(session);
 
   std::string picture;
@@ -91,7 +68,7 @@ int main() {
     for (int round = 0; round < 3; ++round) {
       freshList();
       admin.post("/admin/jobs", job(round));
-      times.push_back(runAwaitable(io, millisecondsOf(relay.runRelayJobs(client))));
+      times.push_back(runAwaitable(io, millisecondsOf(relay.runRelayJobs(*client))));
     }
     std::sort(times.begin(), times.end());
     std::printf("%-52s %7.0f ms  (%.0f to %.0f)\n", what, times[1], times.front(), times.back());

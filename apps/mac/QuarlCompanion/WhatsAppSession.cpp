@@ -5,6 +5,7 @@
 
 #include "MessagesSender.h"
 #include "QuarlLog.h"
+#include "Trimmed.h"
 #include "SettingsKeys.h"
 #include "WhatsAppAnswer.h"
 #include "WhatsAppScripts.h"
@@ -51,8 +52,6 @@ constexpr int mediaBubbleLooks = 20;
 // The send scripts bound themselves by their own turns; a page that navigates under one never
 // answers it at all, and a relay pass must not wait for that for ever.
 constexpr seconds sendScriptLimit{300};
-
-bool isBlank(std::string_view text) { return text.find_first_not_of(" \t\r\n") == std::string_view::npos; }
 
 }  // namespace
 
@@ -292,7 +291,7 @@ asio::awaitable<WhatsAppWeb::SendOutcome> WhatsAppSession::send(std::string conv
   }
   std::string refusals;
   for (const auto& refusal : refused) refusals += (refusals.empty() ? "" : " ") + refusal;
-  if (going.empty() && isBlank(body)) {
+  if (going.empty() && trimmed(body).empty()) {
     co_return SendOutcome::notSent(refusals.empty() ? std::string(MessagesSender::nothingToSendSentence) : refusals);
   }
 
@@ -306,7 +305,7 @@ asio::awaitable<WhatsAppWeb::SendOutcome> WhatsAppSession::send(std::string conv
                   std::to_string(i + 1) + " of " + std::to_string(total) + ")" + (failure ? " — " + *failure : ""));
     if (failure) co_return SendOutcome::notSent(WhatsAppWeb::mediaFailureSentence(i + 1, total, failure));
   }
-  if (!isBlank(body)) {
+  if (!trimmed(body).empty()) {
     const auto failure = co_await sendText(conversationRef, body);
     QuarlLog::say("quarl: whatsapp after attempt (ok=" + std::string(failure ? "false" : "true") + ", text)" +
                   (failure ? " — " + *failure : ""));

@@ -132,7 +132,7 @@ class WhatsAppSession : public std::enable_shared_from_this<WhatsAppSession> {
     std::optional<std::string> notRun;  // the sentence for a script that did not run
   };
   boost::asio::awaitable<OpenRun> runOpenScript(const std::string& conversationRef,
-                                                                 const std::optional<std::string>& name);
+                                                const std::optional<std::string>& name);
   // One file into the open conversation; the sentence of its failure, or none.
   boost::asio::awaitable<std::optional<std::string>> sendFile(const WhatsAppWeb::OutgoingFile& file);
   boost::asio::awaitable<std::optional<std::string>> sendText(const std::string& conversationRef, const std::string& body);

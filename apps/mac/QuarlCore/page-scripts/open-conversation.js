@@ -116,9 +116,7 @@ function quarlTypeInto(box, text) {
 function quarlEndSearch(box) {
   if (!box) return;
   quarlTypeInto(box, '');
-  const init = { key: 'Escape', code: 'Escape', keyCode: 27, which: 27, bubbles: true, cancelable: true };
-  box.dispatchEvent(new KeyboardEvent('keydown', init));
-  box.dispatchEvent(new KeyboardEvent('keyup', init));
+  quarlKey(box, 'Escape', 27, false);
 }
 
 if (quarlMainRef() === want) return answer({ ok: true, openedRef: want, alreadyOpen: true });

@@ -531,3 +531,11 @@ function quarlMainRef() {
   const main = document.querySelector('#main');
   return main ? quarlChatRef(main) : null;
 }
+
+// A key as a keyboard gives it to `target`: down and up, with a press between when asked.
+function quarlKey(target, key, keyCode, press) {
+  const init = { key: key, code: key, keyCode: keyCode, which: keyCode, bubbles: true, cancelable: true };
+  target.dispatchEvent(new KeyboardEvent('keydown', init));
+  if (press) target.dispatchEvent(new KeyboardEvent('keypress', init));
+  target.dispatchEvent(new KeyboardEvent('keyup', init));
+}

@@ -116,14 +116,6 @@ function quarlDrawerSend(drawer) {
   return buttons.length ? buttons[buttons.length - 1] : null;
 }
 
-function quarlEnter(box) {
-  const init = { key: 'Enter', code: 'Enter', keyCode: 13, which: 13, bubbles: true, cancelable: true };
-  box.focus();
-  box.dispatchEvent(new KeyboardEvent('keydown', init));
-  box.dispatchEvent(new KeyboardEvent('keypress', init));
-  box.dispatchEvent(new KeyboardEvent('keyup', init));
-}
-
 // What a person would see around the preview, for the report of a send that stuck.
 function quarlInventory() {
   const buttons = Array.from(document.querySelectorAll('button, [role="button"]')).slice(-6).map(function (b) {
@@ -248,7 +240,8 @@ const pressSend = function () {
 const pressEnter = function () {
   const box = preview.editable || (preview.drawer && preview.drawer.querySelector('[contenteditable="true"]'));
   if (!box) return false;
-  quarlEnter(box);
+  box.focus();
+  quarlKey(box, 'Enter', 13, true);
   pressed.push('Enter');
   return true;
 };

@@ -55,6 +55,14 @@ class LinkingTerminal {
   std::vector<std::string> said_;
 };
 
+json::object chatWith(const std::string& id, const std::string& title, json::array messages) {
+  return json::object{{"id", id}, {"title", title}, {"messages", std::move(messages)}};
+}
+
+json::object said(const std::string& id, std::int64_t t, const std::string& body, bool fromMe = false) {
+  return json::object{{"id", id}, {"t", t}, {"body", body}, {"fromMe", fromMe}};
+}
+
 // quarl-companion as a real process, signed in to devbrain with WhatsApp switched on and pointed
 // at devbrain's stand-in, starting its own display. Its Messages store is readable, since a Mac
 // that cannot read Messages offers no channel at all.
@@ -81,6 +89,14 @@ class WhatsAppHostAgainstDevBrain : public ::testing::Test {
   // The channels offered once the host has read the page as it is now: a tick offers what the
   // page showed at the end of the tick before.
   json::value channelsOnceRead() { return channelsAfter(heartbeats(), 2); }
+  // A Mac that already hosts a linked session, on a stand-in page showing `chats`.
+  void hostLinkedSession(json::array chats) {
+    auto defaults = json::parse(testing::fileContents(home_.config() / "defaults.json")).as_object();
+    defaults["QuarlWhatsappHostsSession"] = true;
+    std::ofstream(home_.config() / "defaults.json") << json::serialize(defaults);
+    admin_.post("/admin/whatsapp/chats", {{"replace", true}, {"chats", std::move(chats)}});
+    admin_.post("/admin/whatsapp/screen", {{"screen", "linked"}});
+  }
 
   testing::DevBrainProcess brain_;
   testing::DevBrainAdmin admin_;
@@ -119,25 +135,10 @@ TEST_F(WhatsAppHostAgainstDevBrain, ATerminalLinksThroughTheRunningHostWhichThen
   EXPECT_THAT(log, HasSubstr("WhatsApp is not being offered by this Mac: WhatsApp Web is showing its QR code"));
 }
 
-json::object chatWith(const std::string& id, const std::string& title, json::array messages) {
-  return json::object{{"id", id}, {"title", title}, {"messages", std::move(messages)}};
-}
-
-json::object said(const std::string& id, std::int64_t t, const std::string& body, bool fromMe = false) {
-  return json::object{{"id", id}, {"t", t}, {"body", body}, {"fromMe", fromMe}};
-}
-
 TEST_F(WhatsAppHostAgainstDevBrain, MessagesArrivingWhileTheHostRunsReachTheServiceOnceEachAcrossARestart) {
   // A Mac that already hosts a linked session, on a page showing two chats.
-  auto defaults = json::parse(testing::fileContents(home_.config() / "defaults.json")).as_object();
-  defaults["QuarlWhatsappHostsSession"] = true;
-  std::ofstream(home_.config() / "defaults.json") << json::serialize(defaults);
-  admin_.post("/admin/whatsapp/chats",
-              {{"replace", true},
-               {"chats", json::array{chatWith("447700900123@c.us", "Ada", json::array{said("3EB0A1", 1795000000, "hello")}),
-                                     chatWith("120363025@g.us", "Climbing",
-                                              json::array{said("3EB0B1", 1795000100, "rope?", true)})}}});
-  admin_.post("/admin/whatsapp/screen", {{"screen", "linked"}});
+  hostLinkedSession(json::array{chatWith("447700900123@c.us", "Ada", json::array{said("3EB0A1", 1795000000, "hello")}),
+                                chatWith("120363025@g.us", "Climbing", json::array{said("3EB0B1", 1795000100, "rope?", true)})});
   const auto whatsappIngests = [&] {
     std::map<std::string, json::object> byId;
     const auto all = admin_.get("/admin/ingested");
@@ -190,14 +191,8 @@ json::object whatsappJob(const std::string& to, const std::string& body, const j
 }
 
 TEST_F(WhatsAppHostAgainstDevBrain, RelayJobsGoIntoTheRightChatAndOnlyJobsReportedSentWentAtAll) {
-  auto defaults = json::parse(testing::fileContents(home_.config() / "defaults.json")).as_object();
-  defaults["QuarlWhatsappHostsSession"] = true;
-  std::ofstream(home_.config() / "defaults.json") << json::serialize(defaults);
-  admin_.post("/admin/whatsapp/chats",
-              {{"replace", true},
-               {"chats", json::array{chatWith("447700900123@c.us", "Ada", json::array{said("3EB0A1", 1795000000, "hello")}),
-                                     chatWith("447700900124@c.us", "Grace", json::array{said("3EB0G1", 1795000100, "hi")})}}});
-  admin_.post("/admin/whatsapp/screen", {{"screen", "linked"}});
+  hostLinkedSession(json::array{chatWith("447700900123@c.us", "Ada", json::array{said("3EB0A1", 1795000000, "hello")}),
+                                chatWith("447700900124@c.us", "Grace", json::array{said("3EB0G1", 1795000100, "hi")})});
 
   std::string picture;
   for (int i = 0; i < 40000; ++i) picture.push_back(static_cast<char>(i * 7 % 256));
