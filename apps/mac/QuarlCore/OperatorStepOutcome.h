@@ -17,6 +17,7 @@ struct RunningApp {
   bool frontmost = false;
   bool hidden = false;
   std::vector<std::string> windows;  // window titles
+  std::optional<std::int64_t> processId;  // kept on the Mac, never sent
 };
 
 // What a step came to, and its form on the wire. Texts are cut to their limits here, and

@@ -28,7 +28,7 @@ TEST(OperatorStepOutcome, TextsAreCutToTheirLimitsEveryCutIsToldAndActedCodesNam
   EXPECT_EQ(file.at("text").as_string().size(), 24000u);
   EXPECT_EQ(file.at("truncated"), true);
 
-  RunningApp app{std::string(250, 'n'), std::nullopt, true, false, std::vector<std::string>(45, "w")};
+  RunningApp app{std::string(250, 'n'), std::nullopt, true, false, std::vector<std::string>(45, "w"), 7};
   const auto apps = (O{O::Apps{{app}}}).wire().at("result").at("apps").as_array().at(0).as_object();
   EXPECT_EQ(apps.at("name").as_string().size(), 200u);
   EXPECT_EQ(apps.at("windows").as_array().size(), 40u);
