@@ -2,6 +2,9 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
+#include <boost/json/serialize.hpp>
+
 #include "DevBrain.h"
 #include "Utf16Text.h"
 #include "WireChecks.h"
@@ -28,6 +31,31 @@ std::string sha256Hex(const std::string& bytes) {
   std::string text;
   for (unsigned int i = 0; i < length; ++i) text += {digits[digest[i] >> 4], digits[digest[i] & 15]};
   return text;
+}
+
+// The companion's canonical form of a run and a step: keys sorted at every level, no white space,
+// whole numbers in plain decimal. Boost.JSON's compact serializer escapes as that form does.
+json::value canonicalValue(const json::value& value) {
+  if (value.is_double() && value.get_double() == static_cast<double>(static_cast<std::int64_t>(value.get_double()))) {
+    return static_cast<std::int64_t>(value.get_double());
+  }
+  if (value.is_array()) {
+    json::array items;
+    for (const auto& item : value.get_array()) items.push_back(canonicalValue(item));
+    return items;
+  }
+  if (!value.is_object()) return value;
+  std::vector<std::string> keys;
+  for (const auto& member : value.get_object()) keys.emplace_back(member.key());
+  std::sort(keys.begin(), keys.end());
+  json::object sorted;
+  for (const auto& key : keys) sorted[key] = canonicalValue(value.get_object().at(key));
+  return sorted;
+}
+
+// What the service sends as the owner's press of `step` in `runId`.
+std::string pressOf(const json::value& runId, const json::value& step) {
+  return sha256Hex(json::serialize(canonicalValue(json::object{{"runId", runId}, {"step", step}})));
 }
 
 std::optional<std::int64_t> decimalHeader(const std::map<std::string, std::string>& headers, const std::string& name) {
@@ -218,14 +246,24 @@ std::optional<Answer> OperatorDesk::admin(const std::string& method, const std::
 
 Answer OperatorDesk::queueStep(const json::object& body) {
   if (!isText(body, "runId") || !body.contains("step")) {
-    return problem(400, "bad_request", "A step is queued as {\"runId\", \"step\", \"permit\"?, \"pressed\"?}.");
+    return problem(400, "bad_request",
+                   "A step is queued as {\"runId\", \"step\", \"permit\"?, \"pressed\"?}: \"pressed\" true presses this "
+                   "step, {\"runId\", \"step\"} presses another, a string is sent as it is.");
   }
   const auto stepId = "step-" + std::to_string(++counter_);
   const std::string runId(body.at("runId").as_string());
   json::object answer{{"kind", "step"},           {"runId", runId},      {"stepId", stepId}, {"step", body.at("step")},
                       {"ordinal", ++ordinal_},    {"answerWithinMs", answerWithinMs}};
   if (const auto* permit = body.if_contains("permit")) answer["permit"] = *permit;
-  if (const auto* pressed = body.if_contains("pressed")) answer["pressed"] = *pressed;
+  if (const auto* pressed = body.if_contains("pressed")) {
+    if (*pressed == true) {
+      answer["pressed"] = pressOf(json::value(runId), body.at("step"));
+    } else if (pressed->is_object() && pressed->get_object().contains("runId") && pressed->get_object().contains("step")) {
+      answer["pressed"] = pressOf(pressed->get_object().at("runId"), pressed->get_object().at("step"));
+    } else {
+      answer["pressed"] = *pressed;
+    }
+  }
   const auto* kind = body.at("step").is_object() ? body.at("step").get_object().if_contains("kind") : nullptr;
   steps_[stepId] = Step{runId, false, kind && *kind == "send_file"};
   queue_.push_back(std::move(answer));

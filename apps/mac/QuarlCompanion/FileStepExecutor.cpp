@@ -16,10 +16,6 @@ namespace {
 Outcome refused(std::string_view sentence) { return Outcome{Outcome::Refused{std::string(sentence)}}; }
 Outcome failed(std::string_view sentence) { return Outcome{Outcome::Failed{std::string(sentence)}}; }
 
-// The owner answered a held step by pressing on a screen; the service sends the step again
-// carrying "pressed": true, and then it runs once without asking again.
-bool ownerPressed(const OperatorStepContext& context) { return context.pressed && *context.pressed == true; }
-
 }  // namespace
 
 asio::awaitable<Outcome> FileStepExecutor::run(OperatorStepRequest request, OperatorStepContext context,
@@ -101,7 +97,7 @@ asio::awaitable<Outcome> FileStepExecutor::readFile(std::string ref, OperatorSte
   if (auto* outcome = std::get_if<Outcome>(&admitted)) co_return std::move(*outcome);
   const auto& file = std::get<FoundFile>(admitted);
   const auto hold = MacPermissionPolicy::fileReadHold(file.path, files_->home(), MacPermit::forStep(context.permit));
-  if (hold && !ownerPressed(context)) {
+  if (hold && !context.ownerPressed()) {
     co_return Outcome{Outcome::NeedsPress{hold->sentence, std::string(rawValue(hold->asks))}};
   }
   DocumentText text;
@@ -115,7 +111,7 @@ asio::awaitable<Outcome> FileStepExecutor::sendFile(std::string ref, OperatorSte
   auto admitted = co_await openable(std::move(ref));
   if (auto* outcome = std::get_if<Outcome>(&admitted)) co_return std::move(*outcome);
   auto& file = std::get<FoundFile>(admitted);
-  if (const auto ask = MacPermissionPolicy::sendAlwaysAsks(file.name, file.bytes); ask && !ownerPressed(context)) {
+  if (const auto ask = MacPermissionPolicy::sendAlwaysAsks(file.name, file.bytes); ask && !context.ownerPressed()) {
     co_return Outcome{Outcome::NeedsPress{*ask, std::nullopt}};
   }
   if (!client) co_return failed(FileUploadFailure(FileUploadFailure::Kind::notSignedIn).description());

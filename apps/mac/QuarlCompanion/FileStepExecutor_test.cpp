@@ -60,9 +60,9 @@ class FileStepsTest : public ::testing::Test {
                    bool pressed = false) {
     const auto request = OperatorStepRequest::parse(json::parse(step).as_object());
     if (!request) { ADD_FAILURE() << "not a step: " << step; return {}; }
-    OperatorStepContext context{runId, "step-1", {}, {}, {}, {}};
+    OperatorStepContext context{runId, "step-1", json::parse(step).as_object(), {}, {}, {}, {}};
     if (!permit.empty()) context.permit = json::parse(permit);
-    if (pressed) context.pressed = json::value(true);
+    if (pressed) context.pressed = json::value(*OperatorPress::digest(runId, context.step));
     return testing::runAwaitable(io_, executor_.run(*request, context, nullptr)).wire();
   }
   std::string refOf(const std::string& name, const std::string& runId = "run-1") {

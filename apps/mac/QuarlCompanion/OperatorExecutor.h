@@ -9,6 +9,7 @@
 
 #include "BrainClient.h"
 #include "MacCapabilityClass.h"
+#include "OperatorPress.h"
 #include "OperatorStepOutcome.h"
 #include "OperatorStepRequest.h"
 
@@ -19,6 +20,7 @@ namespace quarl {
 struct OperatorStepContext {
   std::string runId;
   std::string stepId;
+  boost::json::object step;  // as the service sent it: what a press approves
   std::optional<boost::json::value> permit;
   std::optional<std::int64_t> ordinal;
   std::optional<std::int64_t> answerWithinMs;
@@ -26,6 +28,9 @@ struct OperatorStepContext {
   // True once this step's run is no longer live (the owner stopped it, or the service ended it):
   // long work, such as a file transfer, ends at its next piece.
   std::function<bool()> stopped = [] { return false; };
+
+  // Whether the owner pressed this very step of this run on a screen, which lifts its hold.
+  bool ownerPressed() const { return OperatorPress::approves(pressed, runId, step); }
 };
 
 // Carries out admitted steps: looking, acting and files. Runs on the main executor.

@@ -1,5 +1,7 @@
 #include "OperatorLink.h"
 
+#include "ActPolicy.h"
+
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 
@@ -177,12 +179,15 @@ asio::awaitable<OperatorStepOutcome> OperatorLink::carryOut(OperatorStepRequest 
     co_return refused(*refusal);
   }
   const std::weak_ptr<OperatorLink> weak = weak_from_this();
-  OperatorStepContext context{runId,         *answer.stepId,         std::move(answer.permit),
+  OperatorStepContext context{runId,          *answer.stepId,         answer.step->get_object(), std::move(answer.permit),
                               answer.ordinal, answer.answerWithinMs, std::move(answer.pressed),
                               [weak, runId] {
                                 auto self = weak.lock();
                                 return !self || self->session_.liveRunId() != runId;
                               }};
+  // A press answers one held step: one that came with another step is refused, never taken as
+  // the owner's word for this one.
+  if (context.pressed && !context.ownerPressed()) co_return refused(ActPolicy::otherPressSentence);
   co_return co_await parts_.platform.steps->run(std::move(request), std::move(context), std::move(client));
 }
 

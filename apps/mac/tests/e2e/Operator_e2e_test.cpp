@@ -40,9 +40,12 @@ class OperatorAgainstDevBrain : public ::testing::Test {
   void quitHost() { ::kill(host_->id(), SIGTERM); host_->wait(); host_.reset(); }
   fs::path hostLog() const { return home_.path() / "host.log"; }
 
-  std::string queueStep(const std::string& runId, const json::value& step, const json::value& permit = nullptr) {
+  // `pressed`: true for the owner's press of this step, {"runId", "step"} for a press of another.
+  std::string queueStep(const std::string& runId, const json::value& step, const json::value& permit = nullptr,
+                        const json::value& pressed = nullptr) {
     json::object body{{"runId", runId}, {"step", step}};
     if (!permit.is_null()) body["permit"] = permit;
+    if (!pressed.is_null()) body["pressed"] = pressed;
     return std::string(admin_.post("/admin/operator/steps", body).at("stepId").as_string());
   }
   // The outcome the host posted for `stepId`, once it has.
@@ -179,6 +182,16 @@ TEST_F(OperatorAgainstDevBrain, FilesAreFoundReadAndBroughtBackInCheckedChunksBu
   EXPECT_EQ(read(refs["tax keys.md"]).at("reason"), secret.data()) << "a link into a hidden folder";
   const auto held = read(refs["Tax notes.txt"], nullptr);
   EXPECT_TRUE(held.at("outcome") == "needs_press" && held.at("sentence") == "Let Quarl read Documents?") << held;
+  const json::object readNotes{{"kind", "read_file"}, {"ref", refs["Tax notes.txt"]}};
+  const json::object readSummary{{"kind", "read_file"}, {"ref", refs["Tax summary.pdf"]}};
+  EXPECT_EQ(resultOf(queueStep("run-f", readNotes, nullptr, true)).at("outcome"), "done") << "pressed by the owner";
+  EXPECT_EQ(resultOf(queueStep("run-f", readNotes, nullptr, json::object{{"runId", "run-f"}, {"step", readSummary}}))
+                .at("reason"),
+            "That press was for a different act, so nothing was done.");
+  EXPECT_EQ(resultOf(queueStep("run-f", readNotes, nullptr, json::object{{"runId", "run-g"}, {"step", readNotes}}))
+                .at("reason"),
+            "That press was for a different act, so nothing was done.")
+      << "a press from another run";
 
   // The companion's own folder, reached by name or through a link from Documents, is never opened.
   EXPECT_EQ(refusalOf("run-f", json::parse(R"({"kind":"list_files","query":"x","folder":".config/quarl"})")), secret);
