@@ -1,0 +1,197 @@
+#include "DesktopStepExecutor.h"
+
+#include "AXReader.h"
+#include "ActPolicy.h"
+#include "MacKeyCodes.h"
+#include "MacPermissionPolicy.h"
+#include "OperatorLookPolicy.h"
+#include "Workers.h"
+
+namespace quarl {
+namespace asio = boost::asio;
+using Outcome = OperatorStepOutcome;
+using Request = OperatorStepRequest;
+
+namespace {
+
+Outcome refused(std::string_view sentence) { return Outcome{Outcome::Refused{std::string(sentence)}}; }
+Outcome failed(std::string_view sentence) { return Outcome{Outcome::Failed{std::string(sentence)}}; }
+
+std::optional<RunningApp> frontOf(const std::vector<RunningApp>& apps) {
+  for (const auto& app : apps) {
+    if (app.frontmost) return app;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> elementOf(const Request& request) {
+  if (const auto* press = std::get_if<Request::PressElement>(&request.value)) return press->element;
+  if (const auto* typing = std::get_if<Request::TypeText>(&request.value)) return typing->element;
+  return std::nullopt;
+}
+
+}  // namespace
+
+DesktopStepExecutor::DesktopStepExecutor(DesktopParts parts, std::function<OperatorCaps()> caps,
+                                         std::shared_ptr<const Clock> clock, std::int64_t ownProcessId)
+    : parts_(std::move(parts)), caps_(std::move(caps)), clock_(std::move(clock)), ownProcessId_(ownProcessId) {}
+
+bool DesktopStepExecutor::serves(MacCapabilityClass klass) const {
+  return klass == MacCapabilityClass::screen || klass == MacCapabilityClass::act;
+}
+
+asio::awaitable<Outcome> DesktopStepExecutor::run(Request request, OperatorStepContext context,
+                                                  std::shared_ptr<BrainClient>) {
+  if (std::holds_alternative<Request::ListApps>(request.value)) co_return co_await listApps();
+  if (const auto* step = std::get_if<Request::Look>(&request.value)) co_return co_await look(step->app);
+  if (const auto* step = std::get_if<Request::ReadScreenText>(&request.value)) {
+    co_return co_await readScreenText(step->app);
+  }
+  co_return co_await act(std::move(request), std::move(context));
+}
+
+asio::awaitable<std::vector<RunningApp>> DesktopStepExecutor::runningApps() {
+  std::vector<RunningApp> apps;
+  co_await runOnWorker([&] { apps = parts_.source->runningApps(); });
+  co_return apps;
+}
+
+asio::awaitable<Outcome> DesktopStepExecutor::listApps() {
+  auto apps = co_await runningApps();
+  std::erase_if(apps, [this](const RunningApp& app) { return app.processId == ownProcessId_; });
+  co_return Outcome{Outcome::Apps{std::move(apps)}};
+}
+
+asio::awaitable<Outcome> DesktopStepExecutor::look(std::optional<std::string> app) {
+  const auto running = co_await runningApps();
+  std::optional<std::int64_t> only;
+  if (app) {
+    auto target = OperatorLookPolicy::frontTarget(app, running, ownProcessId_);
+    if (auto* refusal = std::get_if<std::string>(&target)) {
+      co_return *refusal == OperatorLookPolicy::neverLooksSentence ? refused(*refusal) : failed(*refusal);
+    }
+    only = std::get<RunningApp>(target).processId;
+  }
+  const auto excluded = OperatorLookPolicy::excludedProcesses(running, ownProcessId_);
+  std::optional<Outcome> outcome;
+  co_await runOnWorker([&] {
+    auto picture = parts_.capturer->capture(only, excluded);
+    if (auto* sentence = std::get_if<std::string>(&picture)) {
+      outcome = failed(*sentence);
+    } else {
+      outcome = parts_.capturer->lookOutcome(std::get<CapturedPicture>(picture));
+    }
+  });
+  co_return std::move(*outcome);
+}
+
+asio::awaitable<Outcome> DesktopStepExecutor::readScreenText(std::optional<std::string> app) {
+  if (caps_().accessibility != CapabilityState::granted) co_return failed(AXReader::untrustedSentence);
+  const auto running = co_await runningApps();
+  auto target = OperatorLookPolicy::frontTarget(app, running, ownProcessId_);
+  if (auto* refusal = std::get_if<std::string>(&target)) {
+    co_return *refusal == OperatorLookPolicy::neverLooksSentence ? refused(*refusal) : failed(*refusal);
+  }
+  std::variant<AXSnapshot, std::string> read;
+  co_await runOnWorker([&] { read = AXReader(*parts_.source, registry_).snapshot(std::get<RunningApp>(target)); });
+  if (auto* sentence = std::get_if<std::string>(&read)) co_return failed(*sentence);
+  auto& snapshot = std::get<AXSnapshot>(read);
+  boost::json::array elements;
+  for (const auto& element : snapshot.elements) elements.push_back(element.wire());
+  co_return Outcome{Outcome::ScreenText{std::move(snapshot.app), std::move(snapshot.text), snapshot.truncated,
+                                        std::move(elements)}};
+}
+
+asio::awaitable<Outcome> DesktopStepExecutor::act(Request request, OperatorStepContext context) {
+  const auto app = request.actApp();
+  if (!app) co_return refused(ActPolicy::noAppSentence);
+  const auto caps = caps_();
+  if (caps.accessibility != CapabilityState::granted) co_return refused(ActPolicy::accessibilityOffSentence);
+  if (caps.postEvents != CapabilityState::granted) co_return refused(ActPolicy::restartSentence);
+  const bool pressed = context.ownerPressed();
+  const auto permit = MacPermit::forStep(context.permit);
+  if (std::holds_alternative<Request::OpenApp>(request.value)) {
+    if (auto hold = MacPermissionPolicy::actHold(request.kind(), *app, {}, permit); hold && !pressed) {
+      co_return Outcome{Outcome::NeedsPress{hold->sentence, std::string(rawValue(hold->asks))}};
+    }
+    co_return co_await openApp(*app);
+  }
+
+  const auto front = frontOf(co_await runningApps());
+  if (!ActPolicy::isFront(*app, front)) co_return refused(ActPolicy::notInFrontSentence(*app));
+  std::optional<AXElement> element;
+  std::optional<ActTarget> target;
+  if (const auto id = elementOf(request)) {
+    auto found = front->processId ? registry_.element(*id, *front->processId) : std::nullopt;
+    if (!found) co_return refused(ActPolicy::staleControlSentence(*app));
+    co_await runOnWorker([&] {
+      auto& source = *parts_.source;
+      target = ActTarget{source.string("AXRole", found->element), source.string("AXSubrole", found->element),
+                         source.string("AXTitle", found->element), source.string("AXDescription", found->element),
+                         found->windowTitle, found->dialogText, source.boolean("AXEnabled", found->element)};
+    });
+    element = found->element;
+  }
+  if (target && target->isSecure() && std::holds_alternative<Request::TypeText>(request.value)) {
+    co_return refused(ActPolicy::secureFieldSentence);
+  }
+  if (const auto* key = std::get_if<Request::Key>(&request.value)) {
+    const auto code = MacKeyCodes::code(key->key);
+    if (!code) co_return failed(ActPolicy::unknownKeySentence);
+    if (MacKeyCodes::isStopKeys(*code, key->modifiers)) co_return refused(ActPolicy::stopKeysSentence);
+  }
+  if (!pressed) {
+    std::vector<std::string> alsoKnownAs;
+    if (front->bundleId) alsoKnownAs.push_back(*front->bundleId);
+    if (auto hold = MacPermissionPolicy::actHold(request.kind(), *app, alsoKnownAs, permit)) {
+      co_return Outcome{Outcome::NeedsPress{hold->sentence, std::string(rawValue(hold->asks))}};
+    }
+    if (auto sentence = ActPolicy::hold(request, target, front->bundleId)) {
+      co_return Outcome{Outcome::NeedsPress{*sentence, std::nullopt}};
+    }
+  }
+  std::optional<std::string> failure;
+  co_await runOnWorker([&] { failure = perform(request, *front, element); });
+  if (failure) co_return failed(*failure);
+  co_return co_await acted(request.kind());
+}
+
+std::optional<std::string> DesktopStepExecutor::perform(const Request& request, const RunningApp& front,
+                                                        const std::optional<AXElement>& element) {
+  auto& actor = *parts_.actor;
+  if (std::holds_alternative<Request::PressElement>(request.value)) return actor.press(*element, front.name);
+  if (const auto* typing = std::get_if<Request::TypeText>(&request.value)) {
+    return actor.type(element, typing->text, front);
+  }
+  if (const auto* key = std::get_if<Request::Key>(&request.value)) return actor.key(front, key->key, key->modifiers);
+  const auto& scroll = std::get<Request::Scroll>(request.value);
+  return actor.scroll(front, scroll.direction, scroll.amount);
+}
+
+asio::awaitable<Outcome> DesktopStepExecutor::openApp(std::string app) {
+  std::variant<std::int64_t, std::string> opened;
+  co_await runOnWorker([&] { opened = parts_.actor->openApp(app); });
+  if (auto* sentence = std::get_if<std::string>(&opened)) co_return failed(*sentence);
+  const auto processId = std::get<std::int64_t>(opened);
+  const auto deadline = clock_->now() + frontWait;
+  while (true) {
+    const auto front = frontOf(co_await runningApps());
+    if (front && front->processId == processId) co_return co_await acted("open_app");
+    if (clock_->now() >= deadline) break;
+    co_await clock_->sleep(frontPoll);
+  }
+  co_return failed(ActPolicy::openedNotFrontSentence(app));
+}
+
+// What the front of the screen shows once the act is done: the app in front and its windows.
+asio::awaitable<Outcome> DesktopStepExecutor::acted(std::string_view kind) {
+  const auto front = frontOf(co_await runningApps());
+  boost::json::object after;
+  if (front) {
+    after["app"] = front->name;
+    if (!front->windows.empty()) after["window"] = front->windows.front();
+  }
+  co_return Outcome{Outcome::Acted{std::string(kind), std::move(after)}};
+}
+
+}  // namespace quarl
