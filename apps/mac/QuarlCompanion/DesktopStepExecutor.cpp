@@ -64,13 +64,13 @@ asio::awaitable<Outcome> DesktopStepExecutor::listApps() {
 
 asio::awaitable<Outcome> DesktopStepExecutor::look(std::optional<std::string> app) {
   const auto running = co_await runningApps();
-  std::optional<std::int64_t> only;
+  std::optional<RunningApp> only;
   if (app) {
     auto target = OperatorLookPolicy::frontTarget(app, running, ownProcessId_);
     if (auto* refusal = std::get_if<std::string>(&target)) {
       co_return *refusal == OperatorLookPolicy::neverLooksSentence ? refused(*refusal) : failed(*refusal);
     }
-    only = std::get<RunningApp>(target).processId;
+    only = std::get<RunningApp>(target);
   }
   const auto excluded = OperatorLookPolicy::excludedProcesses(running, ownProcessId_);
   std::optional<Outcome> outcome;

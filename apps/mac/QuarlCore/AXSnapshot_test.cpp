@@ -145,7 +145,7 @@ TEST(AXWalk, ReadsEveryAttributeKeepsActionableElementsAndStopsAtItsBounds) {
 
 class LadderCapturer : public ScreenCapturer {
  public:
-  std::variant<CapturedPicture, std::string> capture(std::optional<std::int64_t>, const std::vector<std::int64_t>&) override {
+  std::variant<CapturedPicture, std::string> capture(const std::optional<RunningApp>&, const std::vector<std::int64_t>&) override {
     return std::string(failedSentence);
   }
   std::optional<std::string> jpeg(const CapturedPicture&, Size size, double quality) override {

@@ -48,9 +48,9 @@ class ScreenCapturer {
   static Size size(int displayWidth, int displayHeight, int longSide);
 
   virtual ~ScreenCapturer() = default;
-  // The whole screen, or only `only`'s front window (`only` the app's process id), leaving out
-  // the windows of the processes in `excluding`. The picture or the sentence of why not.
-  virtual std::variant<CapturedPicture, std::string> capture(std::optional<std::int64_t> only,
+  // The whole screen, or only `only`'s front window, leaving out the windows of the processes in
+  // `excluding`. The picture or the sentence of why not.
+  virtual std::variant<CapturedPicture, std::string> capture(const std::optional<RunningApp>& only,
                                                              const std::vector<std::int64_t>& excluding) = 0;
   // `picture` scaled to `size` and encoded at `quality` (0 to 1); none when encoding failed.
   virtual std::optional<std::string> jpeg(const CapturedPicture& picture, Size size, double quality) = 0;

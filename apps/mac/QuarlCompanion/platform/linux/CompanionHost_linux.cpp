@@ -1,5 +1,7 @@
 #include "CompanionHost_linux.h"
 
+#include "desktop/LinuxDesktop_linux.h"
+
 #include <sys/utsname.h>
 
 #include <iostream>
@@ -36,7 +38,7 @@ std::string LinuxCompanionHost::hardwareDescription() {
 
 // A headless Linux computer has no accessibility tree, screenshots or input events to offer,
 // and nothing like Full Disk Access stands between the owner's processes and their files.
-// Whether a screen is unlocked cannot be told here at all.
+// Whether a screen is unlocked cannot be told without a desktop.
 OperatorCaps LinuxCompanionHost::operatorCaps() {
   OperatorCaps caps;
   caps.accessibility = CapabilityState::off;
@@ -44,6 +46,7 @@ OperatorCaps LinuxCompanionHost::operatorCaps() {
   caps.postEvents = CapabilityState::off;
   caps.fullDiskAccess = CapabilityState::granted;
   caps.unlockedAtScreen = CapabilityState::unknown;
+  if (desktop_) desktop_->fill(caps);
   return caps;
 }
 

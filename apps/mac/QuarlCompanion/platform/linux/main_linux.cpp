@@ -27,6 +27,8 @@
 #include "DocumentText_linux.h"
 #include "FileOperator_linux.h"
 #include "FileStepExecutor.h"
+#include "MacStepExecutor.h"
+#include "desktop/LinuxDesktop_linux.h"
 #include "HttpTransport_linux.h"
 #include "InstanceLock_linux.h"
 #include "KeepAwake_linux.h"
@@ -199,20 +201,32 @@ int switchOperator(bool on) {
   return 0;
 }
 
-// Documents are read by this same program in a child of its own, ended after 20 s.
-OperatorParts linuxOperatorParts() {
+// Documents are read by this same program in a child of its own, ended after 20 s. On a desktop
+// the operator also looks at and works the screen, and the bar and the stop keys are real.
+OperatorParts linuxOperatorParts(const std::shared_ptr<LinuxDesktop>& desktop,
+                                 const std::shared_ptr<LinuxCompanionHost>& host,
+                                 const std::shared_ptr<const Clock>& clock) {
   const char* home = std::getenv("HOME");
-  auto files = std::make_shared<LinuxFileOperator>(
+  auto files = std::make_shared<FileStepExecutor>(std::make_shared<LinuxFileOperator>(
       home ? home : "/", LinuxFileOperator::readerInChild("/proc/self/exe", std::chrono::seconds(20)),
-      LinuxFileOperator::Limits{}, std::vector<std::string>{configDirectory().string()});
-  return {std::make_shared<StandardErrorOperatorBar>(), std::make_shared<UnavailableStopHotKey>(),
-          std::make_shared<UnavailableKeepAwake>(), std::make_shared<FileStepExecutor>(std::move(files))};
+      LinuxFileOperator::Limits{}, std::vector<std::string>{configDirectory().string()}));
+  if (!desktop) {
+    return {std::make_shared<StandardErrorOperatorBar>(), std::make_shared<UnavailableStopHotKey>(),
+            std::make_shared<UnavailableKeepAwake>(), std::make_shared<MacStepExecutor>(std::move(files), nullptr)};
+  }
+  auto screen = std::make_shared<DesktopStepExecutor>(desktop->parts(), [host] { return host->operatorCaps(); }, clock,
+                                                      static_cast<std::int64_t>(::getpid()));
+  return {desktop->events, desktop->events, std::make_shared<UnavailableKeepAwake>(),
+          std::make_shared<MacStepExecutor>(std::move(files), std::move(screen))};
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   PrivateDisplay::reserveEnvironment();
+  // The companion's own windows (the page host's, the bar) stay out of the accessibility tree:
+  // Quarl never reads itself, and GTK's bridge would share AT-SPI with the operator's reads.
+  ::setenv("NO_AT_BRIDGE", "1", 1);
   const std::string_view command = argc > 1 ? argv[1] : "";
   const std::string_view choice = argc > 2 ? argv[2] : "";
   if (command == "extract-text") return extractTextCommand(argc, argv);
@@ -230,14 +244,22 @@ int main(int argc, char** argv) {
   asio::io_context io;
   auto clock = std::make_shared<SystemClock>();
   const auto directory = configDirectory();
+  std::string noDesktop;
+  const auto desktop = command.empty() ? LinuxDesktop::open(io.get_executor(), noDesktop) : nullptr;
+  if (command.empty()) {
+    QuarlLog::say(desktop ? "quarl: the operator can look at and work this desktop (display " +
+                                std::string(std::getenv("DISPLAY")) + ")"
+                          : "quarl: " + noDesktop);
+  }
+  const auto host = std::make_shared<LinuxCompanionHost>(desktop);
   const auto makeCompanion = [&] {
     return Companion::create(CompanionParts{io.get_executor(), clock, std::make_shared<FileSettingsStore>(directory, *clock),
                                             std::make_shared<FileKeychain>(directory, *clock),
                                             std::make_shared<BeastHttpTransport>(io.get_executor()),
-                                            std::make_shared<LinuxCompanionHost>(), hostIdentity(),
+                                            host, hostIdentity(),
                                             ChatDatabase::defaultPath(),
                                             std::make_shared<InotifyStoreWatcher>(io.get_executor()),
-                                            linuxOperatorParts(),
+                                            linuxOperatorParts(desktop, host, clock),
                                             std::make_shared<WhatsAppPageModule>(io.get_executor(),
                                                                                  WhatsAppPageModule::defaultDataFolder(),
                                                                                  WhatsAppPageModule::besideThisProgram())});

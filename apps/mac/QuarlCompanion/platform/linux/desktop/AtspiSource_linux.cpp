@@ -1,0 +1,214 @@
+#include "AtspiSource_linux.h"
+
+#include <atspi/atspi.h>
+#include <gio/gdesktopappinfo.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+
+namespace quarl {
+
+namespace {
+
+AXElement keep(AtspiAccessible* accessible) {
+  return AXElement(accessible, [](void* object) { g_object_unref(object); });
+}
+
+AtspiAccessible* accessibleOf(const AXElement& element) { return static_cast<AtspiAccessible*>(element.get()); }
+
+std::optional<std::string> owned(gchar* text) {
+  if (!text) return std::nullopt;
+  std::string copy(text);
+  g_free(text);
+  if (copy.empty()) return std::nullopt;
+  return copy;
+}
+
+// Errors are answers too: an app that does not answer in time has nothing to say.
+struct Error {
+  GError* error = nullptr;
+  ~Error() {
+    if (error) g_error_free(error);
+  }
+  GError** operator&() { return &error; }
+};
+
+bool hasState(AtspiAccessible* accessible, AtspiStateType state) {
+  AtspiStateSet* states = atspi_accessible_get_state_set(accessible);
+  if (!states) return false;
+  const bool has = atspi_state_set_contains(states, state);
+  g_object_unref(states);
+  return has;
+}
+
+bool carriesText(AtspiRole role) { return role == ATSPI_ROLE_ENTRY || role == ATSPI_ROLE_TEXT; }
+
+// The name and desktop id of the application a process runs, from the desktop entry whose
+// program is the process's own; none when no entry names it.
+struct Entry {
+  std::string name;
+  std::string id;
+};
+std::optional<Entry> entryOf(std::int64_t processId) {
+  std::error_code failed;
+  const auto program = std::filesystem::read_symlink("/proc/" + std::to_string(processId) + "/exe", failed);
+  if (failed) return std::nullopt;
+  std::optional<Entry> found;
+  GList* all = g_app_info_get_all();
+  for (GList* item = all; item && !found; item = item->next) {
+    auto* info = G_APP_INFO(item->data);
+    const char* executable = g_app_info_get_executable(info);
+    if (!executable) continue;
+    gchar* path = g_find_program_in_path(executable);
+    std::error_code unresolved;
+    if (path && std::filesystem::equivalent(path, program, unresolved)) {
+      std::string id = g_app_info_get_id(info) ? g_app_info_get_id(info) : "";
+      if (id.ends_with(".desktop")) id.resize(id.size() - 8);
+      found = Entry{g_app_info_get_name(info), id};
+    }
+    g_free(path);
+  }
+  g_list_free_full(all, g_object_unref);
+  return found;
+}
+
+}  // namespace
+
+std::string_view AtspiSource::roleName(int atspiRole) {
+  static const std::map<int, std::string_view> names{
+      {ATSPI_ROLE_PUSH_BUTTON, "AXButton"},        {ATSPI_ROLE_TOGGLE_BUTTON, "AXCheckBox"},
+      {ATSPI_ROLE_CHECK_BOX, "AXCheckBox"},        {ATSPI_ROLE_RADIO_BUTTON, "AXRadioButton"},
+      {ATSPI_ROLE_LINK, "AXLink"},                 {ATSPI_ROLE_ENTRY, "AXTextField"},
+      {ATSPI_ROLE_PASSWORD_TEXT, "AXSecureTextField"}, {ATSPI_ROLE_TEXT, "AXTextArea"},
+      {ATSPI_ROLE_LABEL, "AXStaticText"},          {ATSPI_ROLE_STATIC, "AXStaticText"},
+      {ATSPI_ROLE_MENU_ITEM, "AXMenuItem"},        {ATSPI_ROLE_CHECK_MENU_ITEM, "AXMenuItem"},
+      {ATSPI_ROLE_RADIO_MENU_ITEM, "AXMenuItem"},  {ATSPI_ROLE_MENU, "AXMenu"},
+      {ATSPI_ROLE_MENU_BAR, "AXMenuBar"},          {ATSPI_ROLE_COMBO_BOX, "AXPopUpButton"},
+      {ATSPI_ROLE_PAGE_TAB, "AXTab"},              {ATSPI_ROLE_PAGE_TAB_LIST, "AXTabGroup"},
+      {ATSPI_ROLE_SLIDER, "AXSlider"},             {ATSPI_ROLE_SPIN_BUTTON, "AXIncrementor"},
+      {ATSPI_ROLE_TABLE_CELL, "AXCell"},           {ATSPI_ROLE_LIST_ITEM, "AXCell"},
+      {ATSPI_ROLE_TABLE, "AXTable"},               {ATSPI_ROLE_TREE_TABLE, "AXOutline"},
+      {ATSPI_ROLE_LIST, "AXList"},                 {ATSPI_ROLE_LIST_BOX, "AXList"},
+      {ATSPI_ROLE_FRAME, "AXWindow"},              {ATSPI_ROLE_WINDOW, "AXWindow"},
+      {ATSPI_ROLE_DIALOG, "AXDialog"},             {ATSPI_ROLE_ALERT, "AXDialog"},
+      {ATSPI_ROLE_FILLER, "AXGroup"},              {ATSPI_ROLE_PANEL, "AXGroup"},
+      {ATSPI_ROLE_SCROLL_PANE, "AXScrollArea"},    {ATSPI_ROLE_SCROLL_BAR, "AXScrollBar"},
+      {ATSPI_ROLE_TOOL_BAR, "AXToolbar"},          {ATSPI_ROLE_IMAGE, "AXImage"},
+      {ATSPI_ROLE_ICON, "AXImage"},                {ATSPI_ROLE_HEADING, "AXHeading"},
+      {ATSPI_ROLE_DOCUMENT_WEB, "AXWebArea"},      {ATSPI_ROLE_SEPARATOR, "AXSplitter"}};
+  const auto found = names.find(atspiRole);
+  return found == names.end() ? "AXUnknown" : found->second;
+}
+
+std::unique_ptr<AtspiSource> AtspiSource::open(std::shared_ptr<X11Windows> windows, std::string& refusal) {
+  if (!windows) {
+    refusal = "There is no display here for Quarl to read.";
+    return nullptr;
+  }
+  if (atspi_init() > 1) {
+    refusal = "The desktop's accessibility bus could not be reached, so Quarl cannot read windows here.";
+    return nullptr;
+  }
+  atspi_set_timeout(callTimeoutMs, callTimeoutMs);
+  return std::unique_ptr<AtspiSource>(new AtspiSource(std::move(windows)));
+}
+
+std::optional<std::string> AtspiSource::string(std::string_view attribute, const AXElement& of) {
+  auto* accessible = accessibleOf(of);
+  Error error;
+  if (attribute == "AXRole") return std::string(roleName(atspi_accessible_get_role(accessible, &error)));
+  if (attribute == "AXTitle") return owned(atspi_accessible_get_name(accessible, &error));
+  if (attribute == "AXDescription") return owned(atspi_accessible_get_description(accessible, &error));
+  if (attribute != "AXValue") return std::nullopt;
+  const auto role = atspi_accessible_get_role(accessible, &error);
+  if (carriesText(role)) {
+    AtspiText* text = atspi_accessible_get_text_iface(accessible);
+    if (!text) return std::nullopt;
+    auto value = owned(atspi_text_get_text(text, 0, -1, &error));
+    g_object_unref(text);
+    return value;
+  }
+  if (role == ATSPI_ROLE_SLIDER || role == ATSPI_ROLE_SPIN_BUTTON) {
+    AtspiValue* value = atspi_accessible_get_value_iface(accessible);
+    if (!value) return std::nullopt;
+    const double current = atspi_value_get_current_value(value, &error);
+    g_object_unref(value);
+    char shown[32];
+    std::snprintf(shown, sizeof shown, "%g", current);
+    return std::string(shown);
+  }
+  return std::nullopt;
+}
+
+std::optional<bool> AtspiSource::boolean(std::string_view attribute, const AXElement& of) {
+  if (attribute != "AXEnabled") return std::nullopt;
+  return hasState(accessibleOf(of), ATSPI_STATE_ENABLED);
+}
+
+std::vector<AXElement> AtspiSource::children(const AXElement& of) {
+  auto* accessible = accessibleOf(of);
+  Error error;
+  const int count = atspi_accessible_get_child_count(accessible, &error);
+  std::vector<AXElement> children;
+  for (int i = 0; i < count; ++i) {
+    Error childError;
+    if (auto* child = atspi_accessible_get_child_at_index(accessible, i, &childError)) children.push_back(keep(child));
+  }
+  return children;
+}
+
+std::vector<RunningApp> AtspiSource::runningApps() {
+  const auto front = windows_->activeProcess();
+  std::vector<RunningApp> apps;
+  AtspiAccessible* desktop = atspi_get_desktop(0);
+  Error error;
+  const int count = atspi_accessible_get_child_count(desktop, &error);
+  for (int i = 0; i < count; ++i) {
+    Error appError;
+    AtspiAccessible* app = atspi_accessible_get_child_at_index(desktop, i, &appError);
+    if (!app) continue;
+    const auto element = keep(app);
+    RunningApp running;
+    running.processId = atspi_accessible_get_process_id(app, &appError);
+    running.name = string("AXTitle", element).value_or("");
+    if (const auto entry = entryOf(*running.processId)) {
+      running.name = entry->name;
+      running.bundleId = entry->id;
+    }
+    for (const auto& window : children(element)) {
+      if (auto title = string("AXTitle", window)) running.windows.push_back(std::move(*title));
+    }
+    running.frontmost = front == running.processId;
+    if (!running.name.empty() && (!running.windows.empty() || running.frontmost)) apps.push_back(std::move(running));
+  }
+  g_object_unref(desktop);
+  return apps;
+}
+
+std::optional<AXElement> AtspiSource::frontWindow(std::int64_t processId) {
+  AtspiAccessible* desktop = atspi_get_desktop(0);
+  Error error;
+  std::optional<AXElement> window;
+  const int count = atspi_accessible_get_child_count(desktop, &error);
+  for (int i = 0; i < count && !window; ++i) {
+    Error appError;
+    AtspiAccessible* app = atspi_accessible_get_child_at_index(desktop, i, &appError);
+    if (!app) continue;
+    const auto element = keep(app);
+    if (atspi_accessible_get_process_id(app, &appError) != processId) continue;
+    std::optional<AXElement> showing;
+    for (const auto& candidate : children(element)) {
+      if (hasState(accessibleOf(candidate), ATSPI_STATE_ACTIVE)) {
+        window = candidate;
+        break;
+      }
+      if (!showing && hasState(accessibleOf(candidate), ATSPI_STATE_SHOWING)) showing = candidate;
+    }
+    if (!window) window = showing;
+  }
+  g_object_unref(desktop);
+  return window;
+}
+
+}  // namespace quarl

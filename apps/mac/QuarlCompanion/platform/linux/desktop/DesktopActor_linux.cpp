@@ -1,0 +1,170 @@
+#include "DesktopActor_linux.h"
+
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+#include <atspi/atspi.h>
+#include <gio/gdesktopappinfo.h>
+
+#include "ActPolicy.h"
+
+namespace quarl {
+
+namespace {
+
+AtspiAccessible* accessibleOf(const AXElement& element) { return static_cast<AtspiAccessible*>(element.get()); }
+
+struct Error {
+  GError* error = nullptr;
+  ~Error() {
+    if (error) g_error_free(error);
+  }
+  GError** operator&() { return &error; }
+  explicit operator bool() const { return error != nullptr; }
+};
+
+KeySym keySymOf(std::string_view key) {
+  static constexpr std::pair<std::string_view, KeySym> named[] = {
+      {"return", XK_Return}, {"enter", XK_KP_Enter},   {"tab", XK_Tab},     {"escape", XK_Escape},
+      {"space", XK_space},   {"delete", XK_BackSpace}, {"forward_delete", XK_Delete},
+      {"up", XK_Up},         {"down", XK_Down},        {"left", XK_Left},   {"right", XK_Right},
+      {"home", XK_Home},     {"end", XK_End},          {"page_up", XK_Prior}, {"page_down", XK_Next}};
+  for (const auto& [name, sym] : named) {
+    if (name == key) return sym;
+  }
+  return XStringToKeysym(std::string(key).c_str());
+}
+
+// Command is the Mac's key for shortcuts; Control plays that part here. Nothing maps to Super,
+// which the stop keys hold, so a step cannot make them even before the stop-keys check.
+KeySym modifierSymOf(std::string_view modifier) {
+  if (modifier == "option") return XK_Alt_L;
+  if (modifier == "shift") return XK_Shift_L;
+  return XK_Control_L;
+}
+
+bool typedAsKeys(std::string_view text) {
+  return atspi_generate_keyboard_event(0, std::string(text).c_str(), ATSPI_KEY_STRING, nullptr);
+}
+
+}  // namespace
+
+bool DesktopActor::canPostEvents(X11Windows& windows) {
+  const std::lock_guard held(windows.lock());
+  int event = 0, error = 0, major = 0, minor = 0;
+  return XTestQueryExtension(windows.display(), &event, &error, &major, &minor);
+}
+
+std::optional<std::string> DesktopActor::press(const AXElement& element, std::string_view app) {
+  AtspiAction* action = atspi_accessible_get_action_iface(accessibleOf(element));
+  if (!action) return ActPolicy::wouldNotPressSentence(app);
+  Error error;
+  const int count = atspi_action_get_n_actions(action, &error);
+  int chosen = count > 0 ? 0 : -1;
+  for (int i = 0; i < count; ++i) {
+    Error nameError;
+    gchar* name = atspi_action_get_action_name(action, i, &nameError);
+    const bool pressing = name && (g_str_equal(name, "click") || g_str_equal(name, "press") || g_str_equal(name, "activate"));
+    g_free(name);
+    if (pressing) {
+      chosen = i;
+      break;
+    }
+  }
+  Error doError;
+  const bool done = chosen >= 0 && atspi_action_do_action(action, chosen, &doError);
+  g_object_unref(action);
+  if (!done) return ActPolicy::wouldNotPressSentence(app);
+  return std::nullopt;
+}
+
+std::optional<std::string> DesktopActor::type(const std::optional<AXElement>& element, std::string_view text,
+                                              const RunningApp& app) {
+  if (!element) return typedAsKeys(text) ? std::nullopt : std::optional(wouldNotTypeSentence(app.name));
+  auto* accessible = accessibleOf(*element);
+  if (AtspiComponent* component = atspi_accessible_get_component_iface(accessible)) {
+    Error ignored;
+    atspi_component_grab_focus(component, &ignored);
+    g_object_unref(component);
+  }
+  AtspiEditableText* editable = atspi_accessible_get_editable_text_iface(accessible);
+  if (!editable) return typedAsKeys(text) ? std::nullopt : std::optional(wouldNotTypeSentence(app.name));
+  int caret = -1;
+  if (AtspiText* shown = atspi_accessible_get_text_iface(accessible)) {
+    Error ignored;
+    caret = atspi_text_get_caret_offset(shown, &ignored);
+    g_object_unref(shown);
+  }
+  Error error;
+  const std::string copy(text);
+  const bool typed = atspi_editable_text_insert_text(editable, std::max(caret, 0), copy.c_str(),
+                                                     static_cast<gint>(copy.size()), &error);
+  g_object_unref(editable);
+  if (!typed || error) return wouldNotTypeSentence(app.name);
+  return std::nullopt;
+}
+
+// X11 has no way to send keys to one process: they go to the window with the focus. So the app
+// is checked in front once more right before, and the keys follow at once.
+std::optional<std::string> DesktopActor::key(const RunningApp& app, std::string_view key,
+                                             const std::vector<std::string>& modifiers) {
+  if (windows_->activeProcess() != app.processId) return ActPolicy::notInFrontSentence(app.name);
+  const KeySym sym = keySymOf(key);
+  const std::lock_guard held(windows_->lock());
+  Display* display = windows_->display();
+  const KeyCode code = sym == NoSymbol ? 0 : XKeysymToKeycode(display, sym);
+  if (code == 0) return std::string(ActPolicy::unknownKeySentence);
+  std::vector<KeyCode> held_down;
+  for (const auto& modifier : modifiers) {
+    const KeyCode modifierCode = XKeysymToKeycode(display, modifierSymOf(modifier));
+    XTestFakeKeyEvent(display, modifierCode, True, CurrentTime);
+    held_down.push_back(modifierCode);
+  }
+  XTestFakeKeyEvent(display, code, True, CurrentTime);
+  XTestFakeKeyEvent(display, code, False, CurrentTime);
+  for (auto it = held_down.rbegin(); it != held_down.rend(); ++it) XTestFakeKeyEvent(display, *it, False, CurrentTime);
+  XSync(display, False);
+  return std::nullopt;
+}
+
+std::optional<std::string> DesktopActor::scroll(const RunningApp& app, std::string_view direction,
+                                                std::int64_t amount) {
+  const auto window = app.processId ? windows_->frontWindowOf(*app.processId) : std::nullopt;
+  if (!window) return ActPolicy::noWindowToScrollSentence(app.name);
+  const unsigned button = direction == "up" ? 4 : direction == "down" ? 5 : direction == "left" ? 6 : 7;
+  const std::lock_guard held(windows_->lock());
+  Display* display = windows_->display();
+  if (!XTestFakeMotionEvent(display, DefaultScreen(display), window->rect.x + window->rect.width / 2,
+                            window->rect.y + window->rect.height / 2, CurrentTime)) {
+    return std::string(ActPolicy::scrollFailedSentence);
+  }
+  for (std::int64_t i = 0; i < amount; ++i) {
+    XTestFakeButtonEvent(display, button, True, CurrentTime);
+    XTestFakeButtonEvent(display, button, False, CurrentTime);
+  }
+  XSync(display, False);
+  return std::nullopt;
+}
+
+std::variant<std::int64_t, std::string> DesktopActor::openApp(std::string_view name) {
+  GDesktopAppInfo* found = nullptr;
+  GList* all = g_app_info_get_all();
+  for (GList* item = all; item && !found; item = item->next) {
+    auto* info = G_APP_INFO(item->data);
+    if (G_IS_DESKTOP_APP_INFO(info) && g_ascii_strcasecmp(g_app_info_get_name(info), std::string(name).c_str()) == 0) {
+      found = G_DESKTOP_APP_INFO(g_object_ref(info));
+    }
+  }
+  g_list_free_full(all, g_object_unref);
+  if (!found) return ActPolicy::notOnThisMacSentence(name);
+  GPid launched = 0;
+  Error error;
+  const bool started = g_desktop_app_info_launch_uris_as_manager(
+      found, nullptr, nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr,
+      [](GDesktopAppInfo*, GPid pid, gpointer data) { *static_cast<GPid*>(data) = pid; }, &launched, &error);
+  g_object_unref(found);
+  if (!started || launched <= 0) return ActPolicy::couldNotOpenSentence(name);
+  return static_cast<std::int64_t>(launched);
+}
+
+}  // namespace quarl

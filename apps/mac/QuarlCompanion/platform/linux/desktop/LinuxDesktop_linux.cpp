@@ -1,0 +1,39 @@
+#include "LinuxDesktop_linux.h"
+
+#include <cstdlib>
+
+namespace quarl {
+
+std::shared_ptr<LinuxDesktop> LinuxDesktop::open(boost::asio::any_io_executor main, std::string& refusal) {
+  const char* named = std::getenv("DISPLAY");
+  if (!named || !*named) {
+    refusal = "This computer has no desktop, so Quarl cannot look at or work a screen here.";
+    return nullptr;
+  }
+  auto desktop = std::make_shared<LinuxDesktop>();
+  desktop->windows = X11Windows::open();
+  if (!desktop->windows) {
+    refusal = "The display " + std::string(named) + " could not be opened, so Quarl cannot look at or work it.";
+    return nullptr;
+  }
+  desktop->source = AtspiSource::open(desktop->windows, refusal);
+  if (!desktop->source) return nullptr;
+  desktop->events = DesktopEvents::open(std::move(main), refusal);
+  if (!desktop->events) return nullptr;
+  desktop->capturer = std::make_shared<X11ScreenCapturer>(desktop->windows);
+  desktop->actor = std::make_shared<DesktopActor>(desktop->windows);
+  desktop->postsEvents = DesktopActor::canPostEvents(*desktop->windows);
+  return desktop;
+}
+
+// A desktop session that this host can reach is the owner's own and unlocked to it; the
+// display cannot be put to sleep from here, nor kept awake.
+void LinuxDesktop::fill(OperatorCaps& caps) const {
+  caps.accessibility = CapabilityState::granted;
+  caps.screenRecording = CapabilityState::granted;
+  caps.postEvents = postsEvents ? CapabilityState::granted : CapabilityState::off;
+  caps.unlockedAtScreen = CapabilityState::granted;
+  caps.displayCount = 1;
+}
+
+}  // namespace quarl

@@ -1,0 +1,94 @@
+#include "X11Windows_linux.h"
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+
+#include <memory>
+
+namespace quarl {
+
+namespace {
+
+// A window property of 32-bit items, as Xlib hands them back (in longs).
+std::vector<unsigned long> property(Display* display, Window window, const char* name, Atom type) {
+  Atom actual = None;
+  int format = 0;
+  unsigned long count = 0, after = 0;
+  unsigned char* data = nullptr;
+  const Atom atom = XInternAtom(display, name, False);
+  std::vector<unsigned long> items;
+  if (XGetWindowProperty(display, window, atom, 0, 4096, False, type, &actual, &format, &count, &after, &data) ==
+          Success &&
+      data && format == 32) {
+    const auto* longs = reinterpret_cast<unsigned long*>(data);
+    items.assign(longs, longs + count);
+  }
+  if (data) XFree(data);
+  return items;
+}
+
+}  // namespace
+
+std::unique_ptr<X11Windows> X11Windows::open() {
+  Display* display = XOpenDisplay(nullptr);
+  if (!display) return nullptr;
+  return std::unique_ptr<X11Windows>(new X11Windows(display));
+}
+
+X11Windows::~X11Windows() { XCloseDisplay(display_); }
+
+std::optional<unsigned long> X11Windows::activeWindow() {
+  const auto active = property(display_, DefaultRootWindow(display_), "_NET_ACTIVE_WINDOW", XA_WINDOW);
+  if (active.empty() || active[0] == None) return std::nullopt;
+  return active[0];
+}
+
+std::optional<std::int64_t> X11Windows::processOf(unsigned long window) {
+  const auto pid = property(display_, window, "_NET_WM_PID", XA_CARDINAL);
+  if (pid.empty()) return std::nullopt;
+  return static_cast<std::int64_t>(pid[0]);
+}
+
+std::optional<std::int64_t> X11Windows::activeProcess() {
+  const std::lock_guard held(lock_);
+  const auto active = activeWindow();
+  return active ? processOf(*active) : std::nullopt;
+}
+
+std::vector<X11Windows::Client> X11Windows::clients() {
+  const std::lock_guard held(lock_);
+  std::vector<Client> found;
+  const Window root = DefaultRootWindow(display_);
+  for (const auto window : property(display_, root, "_NET_CLIENT_LIST_STACKING", XA_WINDOW)) {
+    XWindowAttributes attributes;
+    if (!XGetWindowAttributes(display_, window, &attributes)) continue;
+    int x = 0, y = 0;
+    Window child = None;
+    XTranslateCoordinates(display_, window, root, 0, 0, &x, &y, &child);
+    found.push_back({window, processOf(window), {x, y, attributes.width, attributes.height},
+                     attributes.map_state == IsViewable});
+  }
+  return found;
+}
+
+std::optional<X11Windows::Client> X11Windows::frontWindowOf(std::int64_t processId) {
+  std::optional<unsigned long> active;
+  {
+    const std::lock_guard held(lock_);
+    active = activeWindow();
+  }
+  std::optional<Client> top;
+  for (const auto& client : clients()) {
+    if (client.processId != processId || !client.viewable) continue;
+    if (client.window == active) return client;
+    top = client;
+  }
+  return top;
+}
+
+X11Windows::Rect X11Windows::screen() {
+  const std::lock_guard held(lock_);
+  return {0, 0, DisplayWidth(display_, DefaultScreen(display_)), DisplayHeight(display_, DefaultScreen(display_))};
+}
+
+}  // namespace quarl

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+typedef struct _XDisplay Display;
+
+namespace quarl {
+
+// One connection to the X display, for the questions the desktop operator asks of the window
+// manager: which window is active, whose it is, where it is. Calls are serialised by its lock.
+class X11Windows {
+ public:
+  struct Rect {
+    int x = 0;
+    int y = 0;
+    int width = 0;
+    int height = 0;
+  };
+
+  // None when no display can be opened.
+  static std::unique_ptr<X11Windows> open();
+  ~X11Windows();
+  X11Windows(const X11Windows&) = delete;
+  X11Windows& operator=(const X11Windows&) = delete;
+
+  Display* display() const { return display_; }
+  std::mutex& lock() { return lock_; }
+
+  // The process of the window the window manager holds active; none when none is.
+  std::optional<std::int64_t> activeProcess();
+  // The top-level windows the window manager manages, bottom to top, with their processes.
+  struct Client {
+    unsigned long window = 0;
+    std::optional<std::int64_t> processId;
+    Rect rect;  // on the screen
+    bool viewable = false;
+  };
+  std::vector<Client> clients();
+  // The window of `processId` to work: the active one when it is that process's, else its top.
+  std::optional<Client> frontWindowOf(std::int64_t processId);
+  Rect screen();
+
+ private:
+  explicit X11Windows(Display* display) : display_(display) {}
+  std::optional<std::int64_t> processOf(unsigned long window);
+  std::optional<unsigned long> activeWindow();
+
+  Display* display_;
+  std::mutex lock_;
+};
+
+}  // namespace quarl
