@@ -15,7 +15,6 @@
 #include <boost/process/extend.hpp>
 #include <boost/process/io.hpp>
 #include <boost/process/pipe.hpp>
-#include <boost/process/search_path.hpp>
 #include <cctype>
 #include <cerrno>
 #include <chrono>
@@ -40,6 +39,17 @@ namespace quarl::testing {
 namespace desktop {
 
 using Clock = std::chrono::steady_clock;
+
+// Where PATH finds `program`; empty when it does not.
+inline std::filesystem::path onPath(const std::string& program) {
+  const char* path = std::getenv("PATH");
+  std::stringstream folders(path ? path : "/usr/bin:/bin");
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    const auto candidate = std::filesystem::path(folder) / program;
+    if (::access(candidate.c_str(), X_OK) == 0) return candidate;
+  }
+  return {};
+}
 
 // A test that crashes or is killed must not leave a bus or a window manager behind. The signal
 // comes when the thread that started the child ends, so a session belongs to one thread.
@@ -85,7 +95,7 @@ inline std::optional<std::string> outputOf(const std::string& program, const std
   try {
     boost::process::pipe output;
     boost::process::child child(boost::process::exe = program, boost::process::args = args,
-                                boost::process::std_out > output, boost::process::std_err > boost::process::null,
+                                boost::process::std_out > output, boost::process::std_err > std::string("/dev/null"),
                                 DieWithParent{});
     auto text = readFrom(output.native_source(), Clock::now() + std::chrono::seconds(5), false);
     if (!text) {
@@ -286,12 +296,12 @@ class DesktopSession {
   }
 
   bool startSessionBus() {
-    const auto program = boost::process::search_path("dbus-daemon");
+    const auto program = desktop::onPath("dbus-daemon");
     if (program.empty()) return refuse("dbus-daemon, for its session bus, is not installed");
     const auto socket = folder_.path() / "bus";
     try {
       sessionBus_ = boost::process::child(
-          boost::process::exe = program,
+          boost::process::exe = program.string(),
           boost::process::args = std::vector<std::string>{"--session", "--nofork", "--nopidfile",
                                                           "--address=unix:path=" + socket.string(), "--print-address=1"},
           boost::process::std_out > busOutput_, desktop::DieWithParent{});
@@ -312,7 +322,7 @@ class DesktopSession {
       if (::access(candidate, X_OK) == 0) launcher = candidate;
     }
     if (launcher.empty()) return refuse("at-spi-bus-launcher, for its accessibility bus, is not installed");
-    const auto dbusSend = boost::process::search_path("dbus-send");
+    const auto dbusSend = desktop::onPath("dbus-send");
     if (dbusSend.empty()) return refuse("dbus-send, to see its accessibility bus come up, is not installed");
     try {
       accessibilityBus_ = boost::process::child(boost::process::exe = launcher.string(),
@@ -342,10 +352,10 @@ class DesktopSession {
   }
 
   bool startWindowManager() {
-    const auto program = boost::process::search_path("openbox");
+    const auto program = desktop::onPath("openbox");
     if (program.empty()) return refuse("openbox, its window manager, is not installed");
     try {
-      windowManager_ = boost::process::child(boost::process::exe = program,
+      windowManager_ = boost::process::child(boost::process::exe = program.string(),
                                              boost::process::args = std::vector<std::string>{"--sm-disable"},
                                              desktop::DieWithParent{});
     } catch (const std::exception& failure) {

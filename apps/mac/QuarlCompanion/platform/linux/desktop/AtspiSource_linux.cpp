@@ -42,6 +42,7 @@ bool hasState(AtspiAccessible* accessible, AtspiStateType state) {
   return has;
 }
 
+// Password fields carry text too, and are never asked for it.
 bool carriesText(AtspiRole role) { return role == ATSPI_ROLE_ENTRY || role == ATSPI_ROLE_TEXT; }
 
 // The name and desktop id of the application a process runs, from the desktop entry whose
@@ -80,7 +81,7 @@ std::string_view AtspiSource::roleName(int atspiRole) {
       {ATSPI_ROLE_PUSH_BUTTON, "AXButton"},        {ATSPI_ROLE_TOGGLE_BUTTON, "AXCheckBox"},
       {ATSPI_ROLE_CHECK_BOX, "AXCheckBox"},        {ATSPI_ROLE_RADIO_BUTTON, "AXRadioButton"},
       {ATSPI_ROLE_LINK, "AXLink"},                 {ATSPI_ROLE_ENTRY, "AXTextField"},
-      {ATSPI_ROLE_PASSWORD_TEXT, "AXSecureTextField"}, {ATSPI_ROLE_TEXT, "AXTextArea"},
+      {ATSPI_ROLE_PASSWORD_TEXT, "AXTextField"},   {ATSPI_ROLE_TEXT, "AXTextArea"},
       {ATSPI_ROLE_LABEL, "AXStaticText"},          {ATSPI_ROLE_STATIC, "AXStaticText"},
       {ATSPI_ROLE_MENU_ITEM, "AXMenuItem"},        {ATSPI_ROLE_CHECK_MENU_ITEM, "AXMenuItem"},
       {ATSPI_ROLE_RADIO_MENU_ITEM, "AXMenuItem"},  {ATSPI_ROLE_MENU, "AXMenu"},
@@ -117,7 +118,17 @@ std::unique_ptr<AtspiSource> AtspiSource::open(std::shared_ptr<X11Windows> windo
 std::optional<std::string> AtspiSource::string(std::string_view attribute, const AXElement& of) {
   auto* accessible = accessibleOf(of);
   Error error;
-  if (attribute == "AXRole") return std::string(roleName(atspi_accessible_get_role(accessible, &error)));
+  if (attribute == "AXRole") {
+    const auto role = atspi_accessible_get_role(accessible, &error);
+    // GTK gives one-line entries the role of text, and tells them apart by their state.
+    if (role == ATSPI_ROLE_TEXT && hasState(accessible, ATSPI_STATE_SINGLE_LINE)) return std::string("AXTextField");
+    return std::string(roleName(role));
+  }
+  // A password field is a text field that is never read, as on the Mac.
+  if (attribute == "AXSubrole") {
+    if (atspi_accessible_get_role(accessible, &error) != ATSPI_ROLE_PASSWORD_TEXT) return std::nullopt;
+    return std::string("AXSecureTextField");
+  }
   if (attribute == "AXTitle") return owned(atspi_accessible_get_name(accessible, &error));
   if (attribute == "AXDescription") return owned(atspi_accessible_get_description(accessible, &error));
   if (attribute != "AXValue") return std::nullopt;
