@@ -61,9 +61,11 @@ class HostHome {
   std::filesystem::path messages() const { return path() / "Library" / "Messages"; }
   std::filesystem::path store() const { return messages() / "chat.db"; }
 
-  // A copy of this process's environment with this HOME, for the host.
+  // A copy of this process's environment with this HOME, for the host; without DISPLAY, so that
+  // a host started from a desktop does not operate it unless a test gives it one.
   boost::process::environment environment() const {
     boost::process::environment copy = boost::this_process::environment();
+    copy.erase("DISPLAY");
     copy["HOME"] = path().string();
     copy["XDG_CONFIG_HOME"] = (path() / ".config").string();
     return copy;

@@ -159,9 +159,13 @@ std::variant<std::int64_t, std::string> DesktopActor::openApp(std::string_view n
   if (!found) return ActPolicy::notOnThisMacSentence(name);
   GPid launched = 0;
   Error error;
+  // The companion keeps itself out of the accessibility tree; the apps it opens must not be.
+  GAppLaunchContext* context = g_app_launch_context_new();
+  g_app_launch_context_unsetenv(context, "NO_AT_BRIDGE");
   const bool started = g_desktop_app_info_launch_uris_as_manager(
-      found, nullptr, nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr,
+      found, nullptr, context, G_SPAWN_SEARCH_PATH, nullptr, nullptr,
       [](GDesktopAppInfo*, GPid pid, gpointer data) { *static_cast<GPid*>(data) = pid; }, &launched, &error);
+  g_object_unref(context);
   g_object_unref(found);
   if (!started || launched <= 0) return ActPolicy::couldNotOpenSentence(name);
   return static_cast<std::int64_t>(launched);
