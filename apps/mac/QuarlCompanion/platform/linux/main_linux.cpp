@@ -244,15 +244,16 @@ int main(int argc, char** argv) {
   asio::io_context io;
   auto clock = std::make_shared<SystemClock>();
   const auto directory = configDirectory();
-  std::string noDesktop;
-  const auto desktop = command.empty() ? LinuxDesktop::open(io.get_executor(), noDesktop) : nullptr;
-  if (command.empty()) {
-    QuarlLog::say(desktop ? "quarl: the operator can look at and work this desktop (display " +
-                                std::string(std::getenv("DISPLAY")) + ")"
-                          : "quarl: " + noDesktop);
-  }
-  const auto host = std::make_shared<LinuxCompanionHost>(desktop);
   const auto makeCompanion = [&] {
+    // Only the host that runs, not a command beside it, works the desktop.
+    std::string noDesktop;
+    const auto desktop = command.empty() ? LinuxDesktop::open(io.get_executor(), noDesktop) : nullptr;
+    if (command.empty()) {
+      QuarlLog::say(desktop ? "quarl: the operator can look at and work this desktop (display " +
+                                  std::string(std::getenv("DISPLAY")) + ")"
+                            : "quarl: " + noDesktop);
+    }
+    const auto host = std::make_shared<LinuxCompanionHost>(desktop);
     return Companion::create(CompanionParts{io.get_executor(), clock, std::make_shared<FileSettingsStore>(directory, *clock),
                                             std::make_shared<FileKeychain>(directory, *clock),
                                             std::make_shared<BeastHttpTransport>(io.get_executor()),
