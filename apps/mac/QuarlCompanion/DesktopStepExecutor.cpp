@@ -146,7 +146,9 @@ asio::awaitable<Outcome> DesktopStepExecutor::act(Request request, OperatorStepC
     if (auto hold = MacPermissionPolicy::actHold(request.kind(), *app, alsoKnownAs, permit)) {
       co_return Outcome{Outcome::NeedsPress{hold->sentence, std::string(rawValue(hold->asks))}};
     }
-    if (auto sentence = ActPolicy::hold(request, target, front->bundleId)) {
+    auto weighed = request;
+    if (auto* key = std::get_if<Request::Key>(&weighed.value)) key->modifiers = parts_.actor->heldAs(key->modifiers);
+    if (auto sentence = ActPolicy::hold(weighed, target, front->bundleId)) {
       co_return Outcome{Outcome::NeedsPress{*sentence, std::nullopt}};
     }
   }

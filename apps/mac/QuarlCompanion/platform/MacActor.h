@@ -26,6 +26,9 @@ class MacActor {
   // A key with its modifiers, to `app` alone, which the caller has just seen in front.
   virtual std::optional<std::string> key(const RunningApp& app, std::string_view key,
                                          const std::vector<std::string>& modifiers) = 0;
+  // The Mac modifiers that `modifiers` amount to here, for the rules that hold keys: a platform
+  // that makes two of them one key holds both as the one the rules know.
+  virtual std::vector<std::string> heldAs(const std::vector<std::string>& modifiers) const { return modifiers; }
   // Scrolls `app`'s front window by `amount` steps in `direction` ("up", "down", "left", "right").
   virtual std::optional<std::string> scroll(const RunningApp& app, std::string_view direction, std::int64_t amount) = 0;
   // Starts the app called `name`; its process id, or the sentence of why it did not start.

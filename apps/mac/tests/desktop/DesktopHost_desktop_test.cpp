@@ -42,7 +42,8 @@ class HostOnTheDesktop : public ::testing::Test {
       ::kill(host_->id(), SIGTERM);
       host_->wait();
     }
-    ::system("pkill -f quarl-test-desk");
+    // The desk the host opened is the host's child, and outlives it: it is known by its state file.
+    [[maybe_unused]] const int ended = ::system(("pkill -f " + stateFile().string()).c_str());
   }
 
   std::filesystem::path stateFile() const { return home_.path() / "desk-state.json"; }

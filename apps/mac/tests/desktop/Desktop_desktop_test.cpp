@@ -140,6 +140,8 @@ TEST_F(OperatorOnTheDesktop, ReadsTheDeskPressesTypesAndHoldsWhatSendsOrBuys) {
                 .at("outcome"),
             "done");
 
+  EXPECT_EQ(step(R"({"kind":"key","app":"Quarl Test Desk","key":"d","modifiers":["control"]})").at("outcome"), "needs_press")
+      << "Control is the Command key here";
   EXPECT_EQ(step(R"({"kind":"key","app":"Terminal","key":"a"})").at("reason"),
             "Terminal is not in front any more, so nothing was done.");
   EXPECT_EQ(step(R"({"kind":"key","app":"Quarl Test Desk","key":"b"})").at("outcome"), "done");

@@ -117,6 +117,11 @@ std::optional<std::string> DesktopActor::key(const RunningApp& app, std::string_
   std::vector<KeyCode> held_down;
   for (const auto& modifier : modifiers) {
     const KeyCode modifierCode = XKeysymToKeycode(display, modifierSymOf(modifier));
+    if (modifierCode == 0) {
+      for (auto it = held_down.rbegin(); it != held_down.rend(); ++it) XTestFakeKeyEvent(display, *it, False, CurrentTime);
+      XSync(display, False);
+      return std::string(ActPolicy::unknownKeySentence);
+    }
     XTestFakeKeyEvent(display, modifierCode, True, CurrentTime);
     held_down.push_back(modifierCode);
   }
@@ -125,6 +130,14 @@ std::optional<std::string> DesktopActor::key(const RunningApp& app, std::string_
   for (auto it = held_down.rbegin(); it != held_down.rend(); ++it) XTestFakeKeyEvent(display, *it, False, CurrentTime);
   XSync(display, False);
   return std::nullopt;
+}
+
+std::vector<std::string> DesktopActor::heldAs(const std::vector<std::string>& modifiers) const {
+  auto held = modifiers;
+  for (auto& modifier : held) {
+    if (modifier == "control") modifier = "command";
+  }
+  return held;
 }
 
 std::optional<std::string> DesktopActor::scroll(const RunningApp& app, std::string_view direction,

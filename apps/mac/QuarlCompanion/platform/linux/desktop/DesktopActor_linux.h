@@ -22,6 +22,8 @@ class DesktopActor final : public MacActor {
                                  const std::vector<std::string>& modifiers) override;
   std::optional<std::string> scroll(const RunningApp& app, std::string_view direction, std::int64_t amount) override;
   std::variant<std::int64_t, std::string> openApp(std::string_view name) override;
+  // Control and Command are both the Control key here, so Control is held as Command is.
+  std::vector<std::string> heldAs(const std::vector<std::string>& modifiers) const override;
 
   static std::string wouldNotTypeSentence(std::string_view app) {
     return std::string(app) + " would not take the typing, so nothing was typed.";

@@ -1,5 +1,7 @@
 #include "DesktopEvents_linux.h"
 
+#include "X11Windows_linux.h"
+
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -22,11 +24,6 @@ constexpr unsigned stopModifiers = ControlMask | Mod1Mask | Mod4Mask;
 constexpr unsigned lockVariants[] = {0, LockMask, Mod2Mask, LockMask | Mod2Mask};
 constexpr int stopLeft = DesktopEvents::barWidth - 88;
 
-bool grabRefused = false;
-int noteRefusal(Display*, XErrorEvent* error) {
-  if (error->error_code == BadAccess) grabRefused = true;
-  return 0;
-}
 
 }  // namespace
 
@@ -75,6 +72,10 @@ void DesktopEvents::createBar() {
   const Atom above[] = {XInternAtom(display_, "_NET_WM_STATE_ABOVE", False),
                         XInternAtom(display_, "_NET_WM_STATE_STICKY", False)};
   XChangeProperty(display_, bar_, state, XA_ATOM, 32, PropModeReplace, reinterpret_cast<const unsigned char*>(above), 2);
+  // Marked as this process's, so that pictures leave it out with the companion's other windows.
+  const long self = static_cast<long>(::getpid());
+  XChangeProperty(display_, bar_, XInternAtom(display_, "_NET_WM_PID", False), XA_CARDINAL, 32, PropModeReplace,
+                  reinterpret_cast<const unsigned char*>(&self), 1);
   XWMHints hints{};
   hints.flags = InputHint;
   hints.input = False;
@@ -160,15 +161,17 @@ std::optional<std::string> DesktopEvents::registerKeys(std::function<void()> pre
   handOver([this, &answer, pressed = std::move(pressed)]() mutable {
     const Window root = DefaultRootWindow(display_);
     const KeyCode period = XKeysymToKeycode(display_, XK_period);
-    grabRefused = false;
+    if (period == 0) {
+      answer.set_value("This keyboard has no full-stop key, so there are no stop keys for Quarl here.");
+      return;
+    }
     XSync(display_, False);
-    auto* before = XSetErrorHandler(noteRefusal);
+    const auto refusals = X11Windows::accessRefusals();
     for (const auto variant : lockVariants) {
       XGrabKey(display_, period, stopModifiers | variant, root, False, GrabModeAsync, GrabModeAsync);
     }
     XSync(display_, False);
-    XSetErrorHandler(before);
-    if (grabRefused) {
+    if (X11Windows::accessRefusals() != refusals) {
       answer.set_value("Another program holds Control-Alt-Super-period, so the stop keys will not stop Quarl here.");
       return;
     }

@@ -1,5 +1,7 @@
 #include "LinuxDesktop_linux.h"
 
+#include <X11/Xlib.h>
+
 #include <cstdlib>
 
 namespace quarl {
@@ -10,6 +12,9 @@ std::shared_ptr<LinuxDesktop> LinuxDesktop::open(boost::asio::any_io_executor ma
     refusal = "This computer has no desktop, so Quarl cannot look at or work a screen here.";
     return nullptr;
   }
+  // The reads, the bar's thread and the page host each have a connection of their own, but Xlib's
+  // own tables are shared: this must come before any other Xlib call in the process.
+  XInitThreads();
   auto desktop = std::make_shared<LinuxDesktop>();
   desktop->windows = X11Windows::open();
   if (!desktop->windows) {

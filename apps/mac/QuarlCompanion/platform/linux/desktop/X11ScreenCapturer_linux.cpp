@@ -61,6 +61,9 @@ std::variant<CapturedPicture, std::string> X11ScreenCapturer::capture(const std:
     shown.y = std::max(window->rect.y, 0);
     shown.width = std::min(window->rect.width, windows_->screen().width - shown.x);
     shown.height = std::min(window->rect.height, windows_->screen().height - shown.y);
+    shown.width -= shown.x - window->rect.x;
+    shown.height -= shown.y - window->rect.y;
+    if (shown.width <= 0 || shown.height <= 0) return noWindowSentence(only->name);
   }
   const auto clients = windows_->clients();
   CapturedPicture picture;

@@ -3,6 +3,7 @@
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 
+#include <atomic>
 #include <memory>
 
 namespace quarl {
@@ -27,9 +28,23 @@ std::vector<unsigned long> property(Display* display, Window window, const char*
   return items;
 }
 
+std::atomic<unsigned> refusedAccess{0};
+
+int noteError(Display*, XErrorEvent* error) {
+  if (error->error_code == BadAccess) ++refusedAccess;
+  return 0;
+}
+
 }  // namespace
 
+unsigned X11Windows::accessRefusals() { return refusedAccess; }
+
 std::unique_ptr<X11Windows> X11Windows::open() {
+  static const bool handled = [] {
+    XSetErrorHandler(noteError);
+    return true;
+  }();
+  (void)handled;
   Display* display = XOpenDisplay(nullptr);
   if (!display) return nullptr;
   return std::unique_ptr<X11Windows>(new X11Windows(display));

@@ -22,8 +22,11 @@ class X11Windows {
     int height = 0;
   };
 
-  // None when no display can be opened.
+  // None when no display can be opened. The first call makes X errors non-fatal for the whole
+  // process: a window that closes while it is asked about must not end the companion.
   static std::unique_ptr<X11Windows> open();
+  // How many requests the display refused as taken by another client (a key already grabbed).
+  static unsigned accessRefusals();
   ~X11Windows();
   X11Windows(const X11Windows&) = delete;
   X11Windows& operator=(const X11Windows&) = delete;
