@@ -14,14 +14,21 @@ using Request = OperatorStepRequest;
 
 namespace {
 
-Outcome refused(std::string_view sentence) { return Outcome{Outcome::Refused{std::string(sentence)}}; }
-Outcome failed(std::string_view sentence) { return Outcome{Outcome::Failed{std::string(sentence)}}; }
-
 std::optional<RunningApp> frontOf(const std::vector<RunningApp>& apps) {
   for (const auto& app : apps) {
     if (app.frontmost) return app;
   }
   return std::nullopt;
+}
+
+// The app a look or a read is of, or why there is none: refused for an app never looked at,
+// failed for one that is not there.
+std::variant<RunningApp, Outcome> lookedAt(const std::optional<std::string>& named, const std::vector<RunningApp>& running,
+                                           std::int64_t ownProcessId) {
+  auto target = OperatorLookPolicy::frontTarget(named, running, ownProcessId);
+  if (auto* app = std::get_if<RunningApp>(&target)) return std::move(*app);
+  const auto& sentence = std::get<std::string>(target);
+  return sentence == OperatorLookPolicy::neverLooksSentence ? Outcome::refused(sentence) : Outcome::failed(sentence);
 }
 
 std::optional<std::string> elementOf(const Request& request) {
@@ -66,18 +73,16 @@ asio::awaitable<Outcome> DesktopStepExecutor::look(std::optional<std::string> ap
   const auto running = co_await runningApps();
   std::optional<RunningApp> only;
   if (app) {
-    auto target = OperatorLookPolicy::frontTarget(app, running, ownProcessId_);
-    if (auto* refusal = std::get_if<std::string>(&target)) {
-      co_return *refusal == OperatorLookPolicy::neverLooksSentence ? refused(*refusal) : failed(*refusal);
-    }
-    only = std::get<RunningApp>(target);
+    auto target = lookedAt(app, running, ownProcessId_);
+    if (auto* outcome = std::get_if<Outcome>(&target)) co_return std::move(*outcome);
+    only = std::get<RunningApp>(std::move(target));
   }
   const auto excluded = OperatorLookPolicy::excludedProcesses(running, ownProcessId_);
   std::optional<Outcome> outcome;
   co_await runOnWorker([&] {
     auto picture = parts_.capturer->capture(only, excluded);
     if (auto* sentence = std::get_if<std::string>(&picture)) {
-      outcome = failed(*sentence);
+      outcome = Outcome::failed(*sentence);
     } else {
       outcome = parts_.capturer->lookOutcome(std::get<CapturedPicture>(picture));
     }
@@ -86,15 +91,13 @@ asio::awaitable<Outcome> DesktopStepExecutor::look(std::optional<std::string> ap
 }
 
 asio::awaitable<Outcome> DesktopStepExecutor::readScreenText(std::optional<std::string> app) {
-  if (caps_().accessibility != CapabilityState::granted) co_return failed(AXReader::untrustedSentence);
+  if (caps_().accessibility != CapabilityState::granted) co_return Outcome::failed(AXReader::untrustedSentence);
   const auto running = co_await runningApps();
-  auto target = OperatorLookPolicy::frontTarget(app, running, ownProcessId_);
-  if (auto* refusal = std::get_if<std::string>(&target)) {
-    co_return *refusal == OperatorLookPolicy::neverLooksSentence ? refused(*refusal) : failed(*refusal);
-  }
+  auto target = lookedAt(app, running, ownProcessId_);
+  if (auto* outcome = std::get_if<Outcome>(&target)) co_return std::move(*outcome);
   std::variant<AXSnapshot, std::string> read;
   co_await runOnWorker([&] { read = AXReader(*parts_.source, registry_).snapshot(std::get<RunningApp>(target)); });
-  if (auto* sentence = std::get_if<std::string>(&read)) co_return failed(*sentence);
+  if (auto* sentence = std::get_if<std::string>(&read)) co_return Outcome::failed(*sentence);
   auto& snapshot = std::get<AXSnapshot>(read);
   boost::json::array elements;
   for (const auto& element : snapshot.elements) elements.push_back(element.wire());
@@ -104,10 +107,10 @@ asio::awaitable<Outcome> DesktopStepExecutor::readScreenText(std::optional<std::
 
 asio::awaitable<Outcome> DesktopStepExecutor::act(Request request, OperatorStepContext context) {
   const auto app = request.actApp();
-  if (!app) co_return refused(ActPolicy::noAppSentence);
+  if (!app) co_return Outcome::refused(ActPolicy::noAppSentence);
   const auto caps = caps_();
-  if (caps.accessibility != CapabilityState::granted) co_return refused(ActPolicy::accessibilityOffSentence);
-  if (caps.postEvents != CapabilityState::granted) co_return refused(ActPolicy::restartSentence);
+  if (caps.accessibility != CapabilityState::granted) co_return Outcome::refused(ActPolicy::accessibilityOffSentence);
+  if (caps.postEvents != CapabilityState::granted) co_return Outcome::refused(ActPolicy::restartSentence);
   const bool pressed = context.ownerPressed();
   const auto permit = MacPermit::forStep(context.permit);
   if (std::holds_alternative<Request::OpenApp>(request.value)) {
@@ -118,12 +121,12 @@ asio::awaitable<Outcome> DesktopStepExecutor::act(Request request, OperatorStepC
   }
 
   const auto front = frontOf(co_await runningApps());
-  if (!ActPolicy::isFront(*app, front)) co_return refused(ActPolicy::notInFrontSentence(*app));
+  if (!ActPolicy::isFront(*app, front)) co_return Outcome::refused(ActPolicy::notInFrontSentence(*app));
   std::optional<AXElement> element;
   std::optional<ActTarget> target;
   if (const auto id = elementOf(request)) {
     auto found = front->processId ? registry_.element(*id, *front->processId) : std::nullopt;
-    if (!found) co_return refused(ActPolicy::staleControlSentence(*app));
+    if (!found) co_return Outcome::refused(ActPolicy::staleControlSentence(*app));
     co_await runOnWorker([&] {
       auto& source = *parts_.source;
       target = ActTarget{source.string("AXRole", found->element), source.string("AXSubrole", found->element),
@@ -133,12 +136,12 @@ asio::awaitable<Outcome> DesktopStepExecutor::act(Request request, OperatorStepC
     element = found->element;
   }
   if (target && target->isSecure() && std::holds_alternative<Request::TypeText>(request.value)) {
-    co_return refused(ActPolicy::secureFieldSentence);
+    co_return Outcome::refused(ActPolicy::secureFieldSentence);
   }
   if (const auto* key = std::get_if<Request::Key>(&request.value)) {
     const auto code = MacKeyCodes::code(key->key);
-    if (!code) co_return failed(ActPolicy::unknownKeySentence);
-    if (MacKeyCodes::isStopKeys(*code, key->modifiers)) co_return refused(ActPolicy::stopKeysSentence);
+    if (!code) co_return Outcome::failed(ActPolicy::unknownKeySentence);
+    if (MacKeyCodes::isStopKeys(*code, key->modifiers)) co_return Outcome::refused(ActPolicy::stopKeysSentence);
   }
   if (!pressed) {
     std::vector<std::string> alsoKnownAs;
@@ -154,7 +157,7 @@ asio::awaitable<Outcome> DesktopStepExecutor::act(Request request, OperatorStepC
   }
   std::optional<std::string> failure;
   co_await runOnWorker([&] { failure = perform(request, *front, element); });
-  if (failure) co_return failed(*failure);
+  if (failure) co_return Outcome::failed(*failure);
   co_return co_await acted(request.kind());
 }
 
@@ -173,7 +176,7 @@ std::optional<std::string> DesktopStepExecutor::perform(const Request& request, 
 asio::awaitable<Outcome> DesktopStepExecutor::openApp(std::string app) {
   std::variant<std::int64_t, std::string> opened;
   co_await runOnWorker([&] { opened = parts_.actor->openApp(app); });
-  if (auto* sentence = std::get_if<std::string>(&opened)) co_return failed(*sentence);
+  if (auto* sentence = std::get_if<std::string>(&opened)) co_return Outcome::failed(*sentence);
   const auto processId = std::get<std::int64_t>(opened);
   const auto deadline = clock_->now() + frontWait;
   while (true) {
@@ -182,7 +185,7 @@ asio::awaitable<Outcome> DesktopStepExecutor::openApp(std::string app) {
     if (clock_->now() >= deadline) break;
     co_await clock_->sleep(frontPoll);
   }
-  co_return failed(ActPolicy::openedNotFrontSentence(app));
+  co_return Outcome::failed(ActPolicy::openedNotFrontSentence(app));
 }
 
 // What the front of the screen shows once the act is done: the app in front and its windows.

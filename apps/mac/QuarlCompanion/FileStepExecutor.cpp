@@ -11,13 +11,6 @@ namespace quarl {
 namespace asio = boost::asio;
 using Outcome = OperatorStepOutcome;
 
-namespace {
-
-Outcome refused(std::string_view sentence) { return Outcome{Outcome::Refused{std::string(sentence)}}; }
-Outcome failed(std::string_view sentence) { return Outcome{Outcome::Failed{std::string(sentence)}}; }
-
-}  // namespace
-
 asio::awaitable<Outcome> FileStepExecutor::run(OperatorStepRequest request, OperatorStepContext context,
                                                std::shared_ptr<BrainClient> client) {
   if (!table_ || table_->runId() != context.runId) table_.emplace(context.runId);
@@ -28,17 +21,17 @@ asio::awaitable<Outcome> FileStepExecutor::run(OperatorStepRequest request, Oper
   if (auto* step = std::get_if<OperatorStepRequest::SendFile>(&request.value)) {
     co_return co_await sendFile(step->ref, std::move(context), std::move(client));
   }
-  co_return refused(cannotYet);
+  co_return Outcome::refused(cannotYet);
 }
 
 asio::awaitable<Outcome> FileStepExecutor::listFiles(OperatorStepRequest::ListFiles step) {
   auto query = FileQuery::from(step.query);
   const auto limit = static_cast<std::size_t>(step.limit);
   if (step.folder) co_return co_await listFolder(*step.folder, std::move(query), limit);
-  if (!query) co_return refused(FileQuery::noWords);
+  if (!query) co_return Outcome::refused(FileQuery::noWords);
   MacFileOperator::Found found;
   co_await runOnWorker([&] { found = files_->search(*query, limit); });
-  if (!found.finished) co_return failed(FileQuery::unfinished);
+  if (!found.finished) co_return Outcome::failed(FileQuery::unfinished);
   co_return listed(std::move(found.files), found.truncated);
 }
 
@@ -54,13 +47,13 @@ asio::awaitable<Outcome> FileStepExecutor::listFolder(std::string folder, std::o
     isFolder = resolved && files_->isFolder(*resolved);
   });
   if (FileReadPolicy::isOffLimits(resolved.value_or(located), home, files_->ownFolders())) {
-    co_return refused(FileReadPolicy::secret);
+    co_return Outcome::refused(FileReadPolicy::secret);
   }
-  if (!FolderAccess::mayLook(resolved.value_or(located), home)) co_return refused(FolderAccess::notLooked);
-  if (!isFolder) co_return failed(FolderAccess::noFolder);
+  if (!FolderAccess::mayLook(resolved.value_or(located), home)) co_return Outcome::refused(FolderAccess::notLooked);
+  if (!isFolder) co_return Outcome::failed(FolderAccess::noFolder);
   if (const auto guarded = FolderAccess::protectedFolder(*resolved, home);
       guarded && !files_->mayOpenProtected(*guarded)) {
-    co_return refused(FolderAccess::noConsent);
+    co_return Outcome::refused(FolderAccess::noConsent);
   }
   std::vector<FoundFile> all;
   co_await runOnWorker([&] { all = files_->listFolder(*resolved, query); });
@@ -79,16 +72,16 @@ Outcome FileStepExecutor::listed(std::vector<FoundFile> files, bool truncated) {
 
 asio::awaitable<std::variant<FoundFile, Outcome>> FileStepExecutor::openable(std::string ref) {
   auto found = table_->find(ref);
-  if (!found) co_return refused(FileReadPolicy::notFoundByRun);
+  if (!found) co_return Outcome::refused(FileReadPolicy::notFoundByRun);
   std::optional<MacFileOperator::Present> now;
   co_await runOnWorker([&] { now = files_->present(found->path); });
-  if (!now || now->identity != found->identity) co_return refused(FileReadPolicy::movedSinceFound);
+  if (!now || now->identity != found->identity) co_return Outcome::refused(FileReadPolicy::movedSinceFound);
   found->bytes = now->bytes;  // the size asked about is the size sent
   if (FileReadPolicy::isOffLimits(found->path, files_->home(), files_->ownFolders())) {
-    co_return refused(FileReadPolicy::secret);
+    co_return Outcome::refused(FileReadPolicy::secret);
   }
-  if (!FileReadPolicy::isDocument(found->path)) co_return refused(FileReadPolicy::notADocument);
-  if (found->cloudOnly) co_return refused(FileReadPolicy::cloudOnly);
+  if (!FileReadPolicy::isDocument(found->path)) co_return Outcome::refused(FileReadPolicy::notADocument);
+  if (found->cloudOnly) co_return Outcome::refused(FileReadPolicy::cloudOnly);
   co_return std::move(*found);
 }
 
@@ -102,7 +95,7 @@ asio::awaitable<Outcome> FileStepExecutor::readFile(std::string ref, OperatorSte
   }
   DocumentText text;
   co_await runOnWorker([&] { text = files_->readText(file); });
-  if (text.failure) co_return failed(*text.failure);
+  if (text.failure) co_return Outcome::failed(*text.failure);
   co_return Outcome{Outcome::FileText{std::move(text.text), text.truncated, text.pages, text.pagesRead}};
 }
 
@@ -114,10 +107,10 @@ asio::awaitable<Outcome> FileStepExecutor::sendFile(std::string ref, OperatorSte
   if (const auto ask = MacPermissionPolicy::sendAlwaysAsks(file.name, file.bytes); ask && !context.ownerPressed()) {
     co_return Outcome{Outcome::NeedsPress{*ask, std::nullopt}};
   }
-  if (!client) co_return failed(FileUploadFailure(FileUploadFailure::Kind::notSignedIn).description());
+  if (!client) co_return Outcome::failed(FileUploadFailure(FileUploadFailure::Kind::notSignedIn).description());
   BrainUploadTransport transport(*client, context.stopped);
   const auto uploaded = co_await files_->upload(std::move(file), context.stepId, transport);
-  if (!uploaded) co_return failed(uploaded.error().description());
+  if (!uploaded) co_return Outcome::failed(uploaded.error().description());
   co_return Outcome{Outcome::SentFile{uploaded->bytes, uploaded->sha256}};
 }
 

@@ -78,6 +78,9 @@ struct OperatorStepOutcome {
   static constexpr std::size_t screenTextMax = 6000;
   static constexpr std::size_t fileTextMax = 24000;
 
+  static OperatorStepOutcome refused(std::string_view sentence) { return {Refused{std::string(sentence)}}; }
+  static OperatorStepOutcome failed(std::string_view sentence) { return {Failed{std::string(sentence)}}; }
+
   boost::json::object wire() const;
   // "done.look", "done.type_text", "done.act", "needs_press", "refused", "failed", ...
   std::string code() const;

@@ -8,6 +8,7 @@
 #include "Base64.h"
 #include "Clock.h"
 #include "DesktopSession.h"
+#include "FileContents.h"
 #include "DesktopStepExecutor.h"
 #include "AXWalk.h"
 #include "OperatorLookPolicy.h"
@@ -83,10 +84,6 @@ class OperatorOnTheDesktop : public ::testing::Test {
     return count;
   }
   json::object state() { return json::parse(fileContents(stateFile())).as_object(); }
-  std::string fileContents(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
 
   static inline DesktopSession* session_ = nullptr;
   boost::asio::io_context io_;

@@ -1,6 +1,7 @@
 #include "AtspiSource_linux.h"
 
-#include <atspi/atspi.h>
+#include "AtspiCalls_linux.h"
+
 #include <gio/gdesktopappinfo.h>
 #include <unistd.h>
 
@@ -11,11 +12,10 @@ namespace quarl {
 
 namespace {
 
-AXElement keep(AtspiAccessible* accessible) {
-  return AXElement(accessible, [](void* object) { g_object_unref(object); });
-}
-
-AtspiAccessible* accessibleOf(const AXElement& element) { return static_cast<AtspiAccessible*>(element.get()); }
+using atspi::accessibleOf;
+using atspi::Error;
+using atspi::hasState;
+using atspi::keep;
 
 std::optional<std::string> owned(gchar* text) {
   if (!text) return std::nullopt;
@@ -23,23 +23,6 @@ std::optional<std::string> owned(gchar* text) {
   g_free(text);
   if (copy.empty()) return std::nullopt;
   return copy;
-}
-
-// Errors are answers too: an app that does not answer in time has nothing to say.
-struct Error {
-  GError* error = nullptr;
-  ~Error() {
-    if (error) g_error_free(error);
-  }
-  GError** operator&() { return &error; }
-};
-
-bool hasState(AtspiAccessible* accessible, AtspiStateType state) {
-  AtspiStateSet* states = atspi_accessible_get_state_set(accessible);
-  if (!states) return false;
-  const bool has = atspi_state_set_contains(states, state);
-  g_object_unref(states);
-  return has;
 }
 
 // Password fields carry text too, and are never asked for it.
@@ -51,13 +34,13 @@ struct Entry {
   std::string name;
   std::string id;
 };
-std::optional<Entry> entryOf(std::int64_t processId) {
+// `entries` are the desktop's entries, read once for all the processes of one listing.
+std::optional<Entry> entryOf(std::int64_t processId, GList* entries) {
   std::error_code failed;
   const auto program = std::filesystem::read_symlink("/proc/" + std::to_string(processId) + "/exe", failed);
   if (failed) return std::nullopt;
   std::optional<Entry> found;
-  GList* all = g_app_info_get_all();
-  for (GList* item = all; item && !found; item = item->next) {
+  for (GList* item = entries; item && !found; item = item->next) {
     auto* info = G_APP_INFO(item->data);
     const char* executable = g_app_info_get_executable(info);
     if (!executable) continue;
@@ -70,7 +53,6 @@ std::optional<Entry> entryOf(std::int64_t processId) {
     }
     g_free(path);
   }
-  g_list_free_full(all, g_object_unref);
   return found;
 }
 
@@ -171,55 +153,40 @@ std::vector<AXElement> AtspiSource::children(const AXElement& of) {
 
 std::vector<RunningApp> AtspiSource::runningApps() {
   const auto front = windows_->activeProcess();
+  GList* entries = g_app_info_get_all();
   std::vector<RunningApp> apps;
-  AtspiAccessible* desktop = atspi_get_desktop(0);
-  Error error;
-  const int count = atspi_accessible_get_child_count(desktop, &error);
-  for (int i = 0; i < count; ++i) {
-    Error appError;
-    AtspiAccessible* app = atspi_accessible_get_child_at_index(desktop, i, &appError);
-    if (!app) continue;
-    const auto element = keep(app);
+  for (const auto& app : children(keep(atspi_get_desktop(0)))) {
+    Error error;
     RunningApp running;
-    running.processId = atspi_accessible_get_process_id(app, &appError);
-    running.name = string("AXTitle", element).value_or("");
-    if (const auto entry = entryOf(*running.processId)) {
+    running.processId = atspi_accessible_get_process_id(accessibleOf(app), &error);
+    running.name = string("AXTitle", app).value_or("");
+    if (const auto entry = entryOf(*running.processId, entries)) {
       running.name = entry->name;
       running.bundleId = entry->id;
     }
-    for (const auto& window : children(element)) {
+    for (const auto& window : children(app)) {
       if (auto title = string("AXTitle", window)) running.windows.push_back(std::move(*title));
     }
     running.frontmost = front == running.processId;
     if (!running.name.empty() && (!running.windows.empty() || running.frontmost)) apps.push_back(std::move(running));
   }
-  g_object_unref(desktop);
+  g_list_free_full(entries, g_object_unref);
   return apps;
 }
 
+// The window the app has active, else the first it shows.
 std::optional<AXElement> AtspiSource::frontWindow(std::int64_t processId) {
-  AtspiAccessible* desktop = atspi_get_desktop(0);
-  Error error;
-  std::optional<AXElement> window;
-  const int count = atspi_accessible_get_child_count(desktop, &error);
-  for (int i = 0; i < count && !window; ++i) {
-    Error appError;
-    AtspiAccessible* app = atspi_accessible_get_child_at_index(desktop, i, &appError);
-    if (!app) continue;
-    const auto element = keep(app);
-    if (atspi_accessible_get_process_id(app, &appError) != processId) continue;
+  for (const auto& app : children(keep(atspi_get_desktop(0)))) {
+    Error error;
+    if (atspi_accessible_get_process_id(accessibleOf(app), &error) != processId) continue;
     std::optional<AXElement> showing;
-    for (const auto& candidate : children(element)) {
-      if (hasState(accessibleOf(candidate), ATSPI_STATE_ACTIVE)) {
-        window = candidate;
-        break;
-      }
+    for (const auto& candidate : children(app)) {
+      if (hasState(accessibleOf(candidate), ATSPI_STATE_ACTIVE)) return candidate;
       if (!showing && hasState(accessibleOf(candidate), ATSPI_STATE_SHOWING)) showing = candidate;
     }
-    if (!window) window = showing;
+    if (showing) return showing;
   }
-  g_object_unref(desktop);
-  return window;
+  return std::nullopt;
 }
 
 }  // namespace quarl

@@ -3,25 +3,17 @@
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
-#include <atspi/atspi.h>
 #include <gio/gdesktopappinfo.h>
 
 #include "ActPolicy.h"
+#include "AtspiCalls_linux.h"
 
 namespace quarl {
 
 namespace {
 
-AtspiAccessible* accessibleOf(const AXElement& element) { return static_cast<AtspiAccessible*>(element.get()); }
-
-struct Error {
-  GError* error = nullptr;
-  ~Error() {
-    if (error) g_error_free(error);
-  }
-  GError** operator&() { return &error; }
-  explicit operator bool() const { return error != nullptr; }
-};
+using atspi::accessibleOf;
+using atspi::Error;
 
 KeySym keySymOf(std::string_view key) {
   static constexpr std::pair<std::string_view, KeySym> named[] = {
