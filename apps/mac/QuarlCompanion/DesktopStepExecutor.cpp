@@ -31,6 +31,14 @@ std::variant<RunningApp, Outcome> lookedAt(const std::optional<std::string>& nam
   return sentence == OperatorLookPolicy::neverLooksSentence ? Outcome::refused(sentence) : Outcome::failed(sentence);
 }
 
+// What the rules weigh of an element: read from it, with what the read around it said.
+ActTarget describe(AXUISource& source, const AXElement& element, std::optional<std::string> windowTitle = std::nullopt,
+                   std::optional<std::string> dialogText = std::nullopt) {
+  return ActTarget{source.string("AXRole", element), source.string("AXSubrole", element),
+                   source.string("AXTitle", element), source.string("AXDescription", element),
+                   std::move(windowTitle), std::move(dialogText), source.boolean("AXEnabled", element)};
+}
+
 std::optional<std::string> elementOf(const Request& request) {
   if (const auto* press = std::get_if<Request::PressElement>(&request.value)) return press->element;
   if (const auto* typing = std::get_if<Request::TypeText>(&request.value)) return typing->element;
@@ -57,9 +65,13 @@ asio::awaitable<Outcome> DesktopStepExecutor::run(Request request, OperatorStepC
   co_return co_await act(std::move(request), std::move(context));
 }
 
+asio::awaitable<void> DesktopStepExecutor::onDesktop(std::function<void()> work) {
+  co_await runOnWorker([&] { parts_.source->runBatch(work); });
+}
+
 asio::awaitable<std::vector<RunningApp>> DesktopStepExecutor::runningApps() {
   std::vector<RunningApp> apps;
-  co_await runOnWorker([&] { apps = parts_.source->runningApps(); });
+  co_await onDesktop([&] { apps = parts_.source->runningApps(); });
   co_return apps;
 }
 
@@ -79,7 +91,7 @@ asio::awaitable<Outcome> DesktopStepExecutor::look(std::optional<std::string> ap
   }
   const auto excluded = OperatorLookPolicy::excludedProcesses(running, ownProcessId_);
   std::optional<Outcome> outcome;
-  co_await runOnWorker([&] {
+  co_await onDesktop([&] {
     auto picture = parts_.capturer->capture(only, excluded);
     if (auto* sentence = std::get_if<std::string>(&picture)) {
       outcome = Outcome::failed(*sentence);
@@ -96,7 +108,7 @@ asio::awaitable<Outcome> DesktopStepExecutor::readScreenText(std::optional<std::
   auto target = lookedAt(app, running, ownProcessId_);
   if (auto* outcome = std::get_if<Outcome>(&target)) co_return std::move(*outcome);
   std::variant<AXSnapshot, std::string> read;
-  co_await runOnWorker([&] { read = AXReader(*parts_.source, registry_).snapshot(std::get<RunningApp>(target)); });
+  co_await onDesktop([&] { read = AXReader(*parts_.source, registry_).snapshot(std::get<RunningApp>(target)); });
   if (auto* sentence = std::get_if<std::string>(&read)) co_return Outcome::failed(*sentence);
   auto& snapshot = std::get<AXSnapshot>(read);
   boost::json::array elements;
@@ -127,16 +139,21 @@ asio::awaitable<Outcome> DesktopStepExecutor::act(Request request, OperatorStepC
   if (const auto id = elementOf(request)) {
     auto found = front->processId ? registry_.element(*id, *front->processId) : std::nullopt;
     if (!found) co_return Outcome::refused(ActPolicy::staleControlSentence(*app));
-    co_await runOnWorker([&] {
-      auto& source = *parts_.source;
-      target = ActTarget{source.string("AXRole", found->element), source.string("AXSubrole", found->element),
-                         source.string("AXTitle", found->element), source.string("AXDescription", found->element),
-                         found->windowTitle, found->dialogText, source.boolean("AXEnabled", found->element)};
-    });
+    co_await onDesktop([&] { target = describe(*parts_.source, found->element, found->windowTitle, found->dialogText); });
     element = found->element;
   }
-  if (target && target->isSecure() && std::holds_alternative<Request::TypeText>(request.value)) {
-    co_return Outcome::refused(ActPolicy::secureFieldSentence);
+  if (std::holds_alternative<Request::TypeText>(request.value)) {
+    // Typing that names no control goes into the one holding the focus, which must be no
+    // password field either.
+    auto typedInto = target;
+    if (!element) {
+      co_await onDesktop([&] {
+        element = front->processId ? parts_.source->focusedElement(*front->processId) : std::nullopt;
+        if (element) typedInto = describe(*parts_.source, *element);
+      });
+      if (!element) co_return Outcome::failed(ActPolicy::noFocusSentence(*app));
+    }
+    if (typedInto->isSecure()) co_return Outcome::refused(ActPolicy::secureFieldSentence);
   }
   if (const auto* key = std::get_if<Request::Key>(&request.value)) {
     const auto code = MacKeyCodes::code(key->key);
@@ -156,7 +173,7 @@ asio::awaitable<Outcome> DesktopStepExecutor::act(Request request, OperatorStepC
     }
   }
   std::optional<std::string> failure;
-  co_await runOnWorker([&] { failure = perform(request, *front, element); });
+  co_await onDesktop([&] { failure = perform(request, *front, element); });
   if (failure) co_return Outcome::failed(*failure);
   co_return co_await acted(request.kind());
 }
@@ -166,22 +183,21 @@ std::optional<std::string> DesktopStepExecutor::perform(const Request& request, 
   auto& actor = *parts_.actor;
   if (std::holds_alternative<Request::PressElement>(request.value)) return actor.press(*element, front.name);
   if (const auto* typing = std::get_if<Request::TypeText>(&request.value)) {
-    return actor.type(element, typing->text, front);
+    return actor.type(*element, typing->text, front);
   }
   if (const auto* key = std::get_if<Request::Key>(&request.value)) return actor.key(front, key->key, key->modifiers);
   const auto& scroll = std::get<Request::Scroll>(request.value);
   return actor.scroll(front, scroll.direction, scroll.amount);
 }
 
+// Waits for the app by name: a launch need not start a process of its own.
 asio::awaitable<Outcome> DesktopStepExecutor::openApp(std::string app) {
-  std::variant<std::int64_t, std::string> opened;
-  co_await runOnWorker([&] { opened = parts_.actor->openApp(app); });
-  if (auto* sentence = std::get_if<std::string>(&opened)) co_return Outcome::failed(*sentence);
-  const auto processId = std::get<std::int64_t>(opened);
+  std::optional<std::string> failure;
+  co_await onDesktop([&] { failure = parts_.actor->openApp(app); });
+  if (failure) co_return Outcome::failed(*failure);
   const auto deadline = clock_->now() + frontWait;
   while (true) {
-    const auto front = frontOf(co_await runningApps());
-    if (front && front->processId == processId) co_return co_await acted("open_app");
+    if (ActPolicy::isFront(app, frontOf(co_await runningApps()))) co_return co_await acted("open_app");
     if (clock_->now() >= deadline) break;
     co_await clock_->sleep(frontPoll);
   }

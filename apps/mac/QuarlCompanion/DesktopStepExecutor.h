@@ -48,6 +48,8 @@ class DesktopStepExecutor final : public OperatorExecutor {
   // The act itself, with every check passed; none when done, else why not.
   std::optional<std::string> perform(const OperatorStepRequest& request, const RunningApp& front,
                                      const std::optional<AXElement>& element);
+  // Runs `work`, calls to the desktop's parts, off the main executor in one batch.
+  boost::asio::awaitable<void> onDesktop(std::function<void()> work);
   boost::asio::awaitable<std::vector<RunningApp>> runningApps();
   boost::asio::awaitable<OperatorStepOutcome> acted(std::string_view kind);
 

@@ -33,19 +33,23 @@ class FakeDesktop : public AXUISource, public MacActor {
     return found == strings.end() ? std::nullopt : std::optional(found->second);
   }
   std::optional<bool> boolean(std::string_view, const AXElement&) override { return true; }
-  std::vector<AXElement> children(const AXElement& of) override {
+  std::vector<AXElement> children(const AXElement& of, std::size_t) override {
     const auto& kids = static_cast<Element*>(of.get())->children;
     return {kids.begin(), kids.end()};
   }
   std::vector<RunningApp> runningApps() override { return apps; }
   std::optional<AXElement> frontWindow(std::int64_t) override { return window_; }
+  std::optional<AXElement> focusedElement(std::int64_t) override {
+    if (!focus) return std::nullopt;
+    return window_->children[*focus];
+  }
 
   std::optional<std::string> press(const AXElement& element, std::string_view) override {
     done.push_back("press " + *string("AXTitle", element));
     return std::nullopt;
   }
-  std::optional<std::string> type(const std::optional<AXElement>&, std::string_view text, const RunningApp&) override {
-    done.push_back("type " + std::string(text));
+  std::optional<std::string> type(const AXElement& element, std::string_view text, const RunningApp&) override {
+    done.push_back("type " + std::string(text) + " into " + string("AXRole", element).value_or(""));
     return std::nullopt;
   }
   std::optional<std::string> key(const RunningApp& app, std::string_view key, const std::vector<std::string>&) override {
@@ -55,15 +59,17 @@ class FakeDesktop : public AXUISource, public MacActor {
   std::optional<std::string> scroll(const RunningApp&, std::string_view, std::int64_t) override {
     return std::string("The scroll could not be made.");
   }
-  std::variant<std::int64_t, std::string> openApp(std::string_view name) override {
+  std::optional<std::string> openApp(std::string_view name) override {
     if (name != "TextEdit") return name == "Broken" ? std::string("Broken could not be opened.") : std::string(std::string(name) + " is not on this Mac.");
-    apps = {{"TextEdit", "com.apple.TextEdit", true, false, {"Untitled"}, 12}};
-    return std::int64_t{12};
+    // Handed over to a copy that was already running, as a single-instance app does.
+    apps = {{"TextEdit", "com.apple.TextEdit", true, false, {"Untitled"}, 7}};
+    return std::nullopt;
   }
 
   std::vector<RunningApp> apps{{"Mail", "com.apple.mail", true, false, {"Inbox"}, 11},
                                {"Notes", "com.apple.Notes", false, false, {}, 13}};
   std::vector<std::string> done;
+  std::optional<std::size_t> focus;  // which of the window's controls holds the focus
 
  private:
   std::shared_ptr<Element> window_;
@@ -104,12 +110,19 @@ TEST_F(DesktopSteps, ChecksEveryActInItsOrderBeforeTheActorDoesIt) {
   const auto read = step(R"({"kind":"read_screen_text"})");
   EXPECT_EQ(read.at("result").at("text"), "[1.1] AXWindow Inbox\n  [1.2] AXButton Send\n  [1.3] AXSecureTextField");
   EXPECT_EQ(reason(R"({"kind":"type_text","app":"Mail","element":"1.3","text":"x"})"), "Quarl never types into a password field.");
+  const auto typeHere = R"({"kind":"type_text","app":"Mail","text":"x"})";
+  EXPECT_EQ(reason(typeHere), "Mail does not say where its focus is, so nothing was typed.");
+  desktop_->focus = 1;
+  EXPECT_EQ(reason(typeHere), "Quarl never types into a password field.") << "nor where the focus is";
+
   EXPECT_EQ(step(pressSend, "ask"), (json::object{{"outcome", "needs_press"}, {"sentence", "Let Quarl press buttons in Mail?"}, {"asks", "app"}}));
   EXPECT_EQ(step(pressSend), (json::object{{"outcome", "needs_press"}, {"sentence", "Press “Send” in Mail."}}));
   EXPECT_TRUE(desktop_->done.empty());
   EXPECT_EQ(step(pressSend, "ask", true),
             (json::object{{"outcome", "done"}, {"result", {{"kind", "press_element"}, {"after", {{"app", "Mail"}, {"window", "Inbox"}}}}}}));
-  EXPECT_EQ(desktop_->done, std::vector<std::string>{"press Send"});
+  desktop_->focus = 0;
+  EXPECT_EQ(step(typeHere, "auto", true).at("outcome"), "done");
+  EXPECT_EQ(desktop_->done, (std::vector<std::string>{"press Send", "type x into AXButton"}));
   step(R"({"kind":"read_screen_text","app":"Mail"})");
   EXPECT_EQ(reason(pressSend), "That control is from an older read of Mail, so nothing was pressed. Read it again first.")
       << "the ids of the read before a new one name nothing";

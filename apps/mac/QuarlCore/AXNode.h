@@ -28,13 +28,14 @@ using AXElement = std::shared_ptr<void>;
 
 // The three questions the walk asks of the platform, named as the Mac's accessibility
 // attributes ("AXRole", "AXTitle", "AXEnabled", ...). Each answer is bounded in time by the
-// platform: a hung app answers nothing rather than stalling the walk.
+// platform: a hung app answers nothing rather than stalling the walk. `children` answers the
+// first `atMost` children only, so a list of thousands costs no more than the walk will visit.
 class AXElementSource {
  public:
   virtual ~AXElementSource() = default;
   virtual std::optional<std::string> string(std::string_view attribute, const AXElement& of) = 0;
   virtual std::optional<bool> boolean(std::string_view attribute, const AXElement& of) = 0;
-  virtual std::vector<AXElement> children(const AXElement& of) = 0;
+  virtual std::vector<AXElement> children(const AXElement& of, std::size_t atMost) = 0;
 };
 
 }  // namespace quarl

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 
 #include "AXSnapshot.h"
@@ -33,12 +34,13 @@ class FakeSource : public AXElementSource {
   std::optional<bool> boolean(std::string_view, const AXElement& of) override {
     return static_cast<FakeElement*>(of.get())->enabled;
   }
-  std::vector<AXElement> children(const AXElement& of) override {
-    ++childrenAsked;
+  std::vector<AXElement> children(const AXElement& of, std::size_t atMost) override {
     const auto& kids = static_cast<FakeElement*>(of.get())->children;
-    return {kids.begin(), kids.end()};
+    const auto given = std::min(atMost, kids.size());
+    childrenGiven += given;
+    return {kids.begin(), kids.begin() + static_cast<std::ptrdiff_t>(given)};
   }
-  int childrenAsked = 0;
+  std::size_t childrenGiven = 0;
 };
 
 AXNode node(std::string role, std::optional<std::string> title = std::nullopt, std::vector<AXNode> children = {},
@@ -138,8 +140,10 @@ TEST(AXWalk, ReadsEveryAttributeKeepsActionableElementsAndStopsAtItsBounds) {
 
   auto wide = element("AXList");
   for (int i = 0; i < 3000; ++i) wide->children.push_back(element("AXCell"));
+  source.childrenGiven = 0;
   const auto bounded = AXWalk::buildKeeping(source, wide);
   EXPECT_EQ(bounded.root.children.size(), 1999u) << "2,000 nodes with the list itself";
+  EXPECT_EQ(source.childrenGiven, 1999u) << "no more children asked of the app than the walk visits";
   EXPECT_EQ(bounded.elements.size(), 1999u);
 }
 

@@ -24,8 +24,8 @@ class Walker {
       node.ref = kept_->size();
       kept_->push_back(element);
     }
-    if (depth >= maxDepth_) return node;
-    for (const auto& child : source_.children(element)) {
+    if (depth >= maxDepth_ || visited_ >= maxNodes_) return node;
+    for (const auto& child : source_.children(element, maxNodes_ - visited_)) {
       if (visited_ >= maxNodes_) break;
       node.children.push_back(read(child, depth + 1));
     }

@@ -171,4 +171,8 @@ std::string ActPolicy::noWindowToScrollSentence(std::string_view app) {
   return std::string(app) + " has no window to scroll.";
 }
 
+std::string ActPolicy::noFocusSentence(std::string_view app) {
+  return std::string(app) + " does not say where its focus is, so nothing was typed.";
+}
+
 }  // namespace quarl

@@ -62,6 +62,9 @@ struct ActPolicy {
   static std::string openedNotFrontSentence(std::string_view app);
   static std::string wouldNotPressSentence(std::string_view app);
   static std::string noWindowToScrollSentence(std::string_view app);
+  // Typing that names no control goes where the focus is; when the app cannot say where that
+  // is, it could be a password field, so nothing is typed.
+  static std::string noFocusSentence(std::string_view app);
 };
 
 }  // namespace quarl

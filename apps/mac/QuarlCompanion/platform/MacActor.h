@@ -4,7 +4,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 #include "AXNode.h"
@@ -20,9 +19,8 @@ class MacActor {
   virtual ~MacActor() = default;
   // Performs the element's press action.
   virtual std::optional<std::string> press(const AXElement& element, std::string_view app) = 0;
-  // Types `text` into `element`, or where the focus is in `app` when none is named.
-  virtual std::optional<std::string> type(const std::optional<AXElement>& element, std::string_view text,
-                                          const RunningApp& app) = 0;
+  // Types `text` into `element` of `app`: the one the step named, or the one holding the focus.
+  virtual std::optional<std::string> type(const AXElement& element, std::string_view text, const RunningApp& app) = 0;
   // A key with its modifiers, to `app` alone, which the caller has just seen in front.
   virtual std::optional<std::string> key(const RunningApp& app, std::string_view key,
                                          const std::vector<std::string>& modifiers) = 0;
@@ -31,8 +29,9 @@ class MacActor {
   virtual std::vector<std::string> heldAs(const std::vector<std::string>& modifiers) const { return modifiers; }
   // Scrolls `app`'s front window by `amount` steps in `direction` ("up", "down", "left", "right").
   virtual std::optional<std::string> scroll(const RunningApp& app, std::string_view direction, std::int64_t amount) = 0;
-  // Starts the app called `name`; its process id, or the sentence of why it did not start.
-  virtual std::variant<std::int64_t, std::string> openApp(std::string_view name) = 0;
+  // Starts the app called `name`, or brings the copy already running forward; none when it
+  // started, else the sentence of why not. Whether it came to the front is the caller's to see.
+  virtual std::optional<std::string> openApp(std::string_view name) = 0;
 };
 
 }  // namespace quarl

@@ -144,6 +144,14 @@ TEST_F(OperatorOnTheDesktop, ReadsTheDeskPressesTypesAndHoldsWhatSendsOrBuys) {
   EXPECT_EQ(step(R"({"kind":"key","app":"Quarl Test Desk","key":"b"})").at("outcome"), "done");
   for (int i = 0; i < 20 && state().at("name").as_string().size() < 4; ++i) std::this_thread::sleep_for(100ms);
   EXPECT_NE(state().at("name").as_string().find('b'), json::string::npos) << "the key went to the field with the focus";
+
+  const auto typeHere = R"({"kind":"type_text","app":"Quarl Test Desk","text":"hello"})";
+  EXPECT_EQ(step(R"({"kind":"key","app":"Quarl Test Desk","key":"tab"})").at("outcome"), "done");
+  EXPECT_EQ(step(typeHere, "run-1", true).at("reason"), "Quarl never types into a password field.")
+      << "the focus moved from the name to the password";
+  EXPECT_EQ(step(R"({"kind":"key","app":"Quarl Test Desk","key":"tab"})").at("outcome"), "done");
+  EXPECT_EQ(step(typeHere, "run-1", true).at("outcome"), "done");
+  EXPECT_EQ(state().at("notes"), "hello") << "typed where the focus is, in the notes";
 }
 
 TEST_F(OperatorOnTheDesktop, LooksAtTheScreenInTwoSizesOfJpeg) {

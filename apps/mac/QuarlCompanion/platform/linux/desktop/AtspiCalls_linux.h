@@ -3,12 +3,14 @@
 #include <atspi/atspi.h>
 
 #include "AXNode.h"
+#include "AtspiThread_linux.h"
 
 namespace quarl::atspi {
 
-// An AT-SPI accessible held as the walk holds any platform element: it lets go when released.
-inline AXElement keep(AtspiAccessible* accessible) {
-  return AXElement(accessible, [](void* object) { g_object_unref(object); });
+// An AT-SPI accessible held as the walk holds any platform element: it lets go when released,
+// on AT-SPI's thread, wherever the last holder drops it.
+inline AXElement keep(AtspiAccessible* accessible, AtspiThread& thread) {
+  return AXElement(accessible, [&thread](void* object) { thread.release(object); });
 }
 
 inline AtspiAccessible* accessibleOf(const AXElement& element) { return static_cast<AtspiAccessible*>(element.get()); }

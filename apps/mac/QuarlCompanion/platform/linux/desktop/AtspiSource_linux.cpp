@@ -1,11 +1,14 @@
 #include "AtspiSource_linux.h"
 
+#include "AXSnapshot.h"
 #include "AtspiCalls_linux.h"
 
 #include <gio/gdesktopappinfo.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <limits>
 #include <map>
 
 namespace quarl {
@@ -24,6 +27,9 @@ std::optional<std::string> owned(gchar* text) {
   if (copy.empty()) return std::nullopt;
   return copy;
 }
+
+// One character past what a read can hold, so that the read still knows it was cut.
+constexpr int valueCharacterLimit = static_cast<int>(AXSnapshot::budget) + 1;
 
 // Password fields carry text too, and are never asked for it.
 bool carriesText(AtspiRole role) { return role == ATSPI_ROLE_ENTRY || role == ATSPI_ROLE_TEXT; }
@@ -84,21 +90,11 @@ std::string_view AtspiSource::roleName(int atspiRole) {
   return found == names.end() ? "AXUnknown" : found->second;
 }
 
-std::unique_ptr<AtspiSource> AtspiSource::open(std::shared_ptr<X11Windows> windows, std::string& refusal) {
-  if (!windows) {
-    refusal = "There is no display here for Quarl to read.";
-    return nullptr;
-  }
-  if (atspi_init() > 1) {
-    refusal = "The desktop's accessibility bus could not be reached, so Quarl cannot read windows here.";
-    return nullptr;
-  }
-  atspi_set_timeout(callTimeoutMs, callTimeoutMs);
-  return std::unique_ptr<AtspiSource>(new AtspiSource(std::move(windows)));
+std::optional<std::string> AtspiSource::string(std::string_view attribute, const AXElement& of) {
+  return thread_.call([&] { return stringHere(attribute, accessibleOf(of)); });
 }
 
-std::optional<std::string> AtspiSource::string(std::string_view attribute, const AXElement& of) {
-  auto* accessible = accessibleOf(of);
+std::optional<std::string> AtspiSource::stringHere(std::string_view attribute, AtspiAccessible* accessible) {
   Error error;
   if (attribute == "AXRole") {
     const auto role = atspi_accessible_get_role(accessible, &error);
@@ -118,7 +114,10 @@ std::optional<std::string> AtspiSource::string(std::string_view attribute, const
   if (carriesText(role)) {
     AtspiText* text = atspi_accessible_get_text_iface(accessible);
     if (!text) return std::nullopt;
-    auto value = owned(atspi_text_get_text(text, 0, -1, &error));
+    // No more than a read can show: a document's whole text would cross the bus for nothing.
+    Error countError;
+    const int shown = std::min(atspi_text_get_character_count(text, &countError), valueCharacterLimit);
+    auto value = shown > 0 ? owned(atspi_text_get_text(text, 0, shown, &error)) : std::nullopt;
     g_object_unref(text);
     return value;
   }
@@ -136,36 +135,45 @@ std::optional<std::string> AtspiSource::string(std::string_view attribute, const
 
 std::optional<bool> AtspiSource::boolean(std::string_view attribute, const AXElement& of) {
   if (attribute != "AXEnabled") return std::nullopt;
-  return hasState(accessibleOf(of), ATSPI_STATE_ENABLED);
+  return thread_.call([&] { return hasState(accessibleOf(of), ATSPI_STATE_ENABLED); });
 }
 
-std::vector<AXElement> AtspiSource::children(const AXElement& of) {
-  auto* accessible = accessibleOf(of);
+std::vector<AXElement> AtspiSource::children(const AXElement& of, std::size_t atMost) {
+  return thread_.call([&] { return childrenHere(accessibleOf(of), atMost); });
+}
+
+std::vector<AXElement> AtspiSource::childrenHere(AtspiAccessible* accessible, std::size_t atMost) {
   Error error;
   const int count = atspi_accessible_get_child_count(accessible, &error);
   std::vector<AXElement> children;
-  for (int i = 0; i < count; ++i) {
+  for (int i = 0; i < count && children.size() < atMost; ++i) {
     Error childError;
-    if (auto* child = atspi_accessible_get_child_at_index(accessible, i, &childError)) children.push_back(keep(child));
+    if (auto* child = atspi_accessible_get_child_at_index(accessible, i, &childError)) {
+      children.push_back(keep(child, thread_));
+    }
   }
   return children;
 }
 
 std::vector<RunningApp> AtspiSource::runningApps() {
+  return thread_.call([&] { return runningAppsHere(); });
+}
+
+std::vector<RunningApp> AtspiSource::runningAppsHere() {
   const auto front = windows_->activeProcess();
   GList* entries = g_app_info_get_all();
   std::vector<RunningApp> apps;
-  for (const auto& app : children(keep(atspi_get_desktop(0)))) {
+  for (const auto& app : childrenHere(atspi_get_desktop(0), std::numeric_limits<std::size_t>::max())) {
     Error error;
     RunningApp running;
     running.processId = atspi_accessible_get_process_id(accessibleOf(app), &error);
-    running.name = string("AXTitle", app).value_or("");
+    running.name = stringHere("AXTitle", accessibleOf(app)).value_or("");
     if (const auto entry = entryOf(*running.processId, entries)) {
       running.name = entry->name;
       running.bundleId = entry->id;
     }
-    for (const auto& window : children(app)) {
-      if (auto title = string("AXTitle", window)) running.windows.push_back(std::move(*title));
+    for (const auto& window : childrenHere(accessibleOf(app), std::numeric_limits<std::size_t>::max())) {
+      if (auto title = stringHere("AXTitle", accessibleOf(window))) running.windows.push_back(std::move(*title));
     }
     running.frontmost = front == running.processId;
     if (!running.name.empty() && (!running.windows.empty() || running.frontmost)) apps.push_back(std::move(running));
@@ -174,19 +182,57 @@ std::vector<RunningApp> AtspiSource::runningApps() {
   return apps;
 }
 
-// The window the app has active, else the first it shows.
-std::optional<AXElement> AtspiSource::frontWindow(std::int64_t processId) {
-  for (const auto& app : children(keep(atspi_get_desktop(0)))) {
+std::optional<AXElement> AtspiSource::appHere(std::int64_t processId) {
+  for (const auto& app : childrenHere(atspi_get_desktop(0), std::numeric_limits<std::size_t>::max())) {
     Error error;
-    if (atspi_accessible_get_process_id(accessibleOf(app), &error) != processId) continue;
-    std::optional<AXElement> showing;
-    for (const auto& candidate : children(app)) {
-      if (hasState(accessibleOf(candidate), ATSPI_STATE_ACTIVE)) return candidate;
-      if (!showing && hasState(accessibleOf(candidate), ATSPI_STATE_SHOWING)) showing = candidate;
-    }
-    if (showing) return showing;
+    if (atspi_accessible_get_process_id(accessibleOf(app), &error) == processId) return app;
   }
   return std::nullopt;
+}
+
+std::optional<AXElement> AtspiSource::frontWindow(std::int64_t processId) {
+  return thread_.call([&] { return frontWindowHere(processId); });
+}
+
+// The window the app has active, else the first it shows.
+std::optional<AXElement> AtspiSource::frontWindowHere(std::int64_t processId) {
+  const auto app = appHere(processId);
+  if (!app) return std::nullopt;
+  std::optional<AXElement> showing;
+  for (const auto& candidate : childrenHere(accessibleOf(*app), std::numeric_limits<std::size_t>::max())) {
+    if (hasState(accessibleOf(candidate), ATSPI_STATE_ACTIVE)) return candidate;
+    if (!showing && hasState(accessibleOf(candidate), ATSPI_STATE_SHOWING)) showing = candidate;
+  }
+  return showing;
+}
+
+// Asked of the app's front window in one call, which the app answers from its own tree.
+std::optional<AXElement> AtspiSource::focusedElement(std::int64_t processId) {
+  return thread_.call([&]() -> std::optional<AXElement> {
+    const auto window = frontWindowHere(processId);
+    if (!window) return std::nullopt;
+    AtspiCollection* collection = atspi_accessible_get_collection_iface(accessibleOf(*window));
+    if (!collection) return std::nullopt;
+    GArray* wanted = g_array_new(FALSE, FALSE, sizeof(AtspiStateType));
+    const AtspiStateType focused = ATSPI_STATE_FOCUSED;
+    g_array_append_val(wanted, focused);
+    AtspiStateSet* states = atspi_state_set_new(wanted);
+    AtspiMatchRule* rule = atspi_match_rule_new(states, ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_ALL,
+                                                nullptr, ATSPI_Collection_MATCH_ALL, nullptr,
+                                                ATSPI_Collection_MATCH_ALL, FALSE);
+    Error error;
+    GArray* matches =
+        atspi_collection_get_matches(collection, rule, ATSPI_Collection_SORT_ORDER_CANONICAL, 1, TRUE, &error);
+    std::optional<AXElement> found;
+    if (matches && matches->len > 0) found = keep(g_array_index(matches, AtspiAccessible*, 0), thread_);
+    for (guint i = 1; matches && i < matches->len; ++i) g_object_unref(g_array_index(matches, AtspiAccessible*, i));
+    if (matches) g_array_free(matches, TRUE);
+    g_object_unref(rule);
+    g_object_unref(states);
+    g_array_free(wanted, TRUE);
+    g_object_unref(collection);
+    return found;
+  });
 }
 
 }  // namespace quarl

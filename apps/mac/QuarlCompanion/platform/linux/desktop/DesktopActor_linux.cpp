@@ -14,6 +14,7 @@ namespace {
 
 using atspi::accessibleOf;
 using atspi::Error;
+using atspi::hasState;
 
 KeySym keySymOf(std::string_view key) {
   static constexpr std::pair<std::string_view, KeySym> named[] = {
@@ -35,10 +36,6 @@ KeySym modifierSymOf(std::string_view modifier) {
   return XK_Control_L;
 }
 
-bool typedAsKeys(std::string_view text) {
-  return atspi_generate_keyboard_event(0, std::string(text).c_str(), ATSPI_KEY_STRING, nullptr);
-}
-
 }  // namespace
 
 bool DesktopActor::canPostEvents(X11Windows& windows) {
@@ -48,52 +45,69 @@ bool DesktopActor::canPostEvents(X11Windows& windows) {
 }
 
 std::optional<std::string> DesktopActor::press(const AXElement& element, std::string_view app) {
-  AtspiAction* action = atspi_accessible_get_action_iface(accessibleOf(element));
-  if (!action) return ActPolicy::wouldNotPressSentence(app);
-  Error error;
-  const int count = atspi_action_get_n_actions(action, &error);
-  int chosen = count > 0 ? 0 : -1;
-  for (int i = 0; i < count; ++i) {
-    Error nameError;
-    gchar* name = atspi_action_get_action_name(action, i, &nameError);
-    const bool pressing = name && (g_str_equal(name, "click") || g_str_equal(name, "press") || g_str_equal(name, "activate"));
-    g_free(name);
-    if (pressing) {
-      chosen = i;
-      break;
+  const bool done = thread_.call([&] {
+    AtspiAction* action = atspi_accessible_get_action_iface(accessibleOf(element));
+    if (!action) return false;
+    Error error;
+    const int count = atspi_action_get_n_actions(action, &error);
+    int chosen = count > 0 ? 0 : -1;
+    for (int i = 0; i < count; ++i) {
+      Error nameError;
+      gchar* name = atspi_action_get_action_name(action, i, &nameError);
+      const bool pressing = name && (g_str_equal(name, "click") || g_str_equal(name, "press") || g_str_equal(name, "activate"));
+      g_free(name);
+      if (pressing) {
+        chosen = i;
+        break;
+      }
     }
-  }
-  Error doError;
-  const bool done = chosen >= 0 && atspi_action_do_action(action, chosen, &doError);
-  g_object_unref(action);
+    Error doError;
+    const bool pressed = chosen >= 0 && atspi_action_do_action(action, chosen, &doError);
+    g_object_unref(action);
+    return pressed;
+  });
   if (!done) return ActPolicy::wouldNotPressSentence(app);
   return std::nullopt;
 }
 
-std::optional<std::string> DesktopActor::type(const std::optional<AXElement>& element, std::string_view text,
+// Into a field, the text goes in at the caret through the field itself. A control that is no
+// field takes it as keys, once it holds the focus: keys go wherever the focus is, and that must be
+// the control the rules let through.
+std::optional<std::string> DesktopActor::type(const AXElement& element, std::string_view text,
                                               const RunningApp& app) {
-  if (!element) return typedAsKeys(text) ? std::nullopt : std::optional(wouldNotTypeSentence(app.name));
-  auto* accessible = accessibleOf(*element);
-  if (AtspiComponent* component = atspi_accessible_get_component_iface(accessible)) {
-    Error ignored;
-    atspi_component_grab_focus(component, &ignored);
-    g_object_unref(component);
-  }
-  AtspiEditableText* editable = atspi_accessible_get_editable_text_iface(accessible);
-  if (!editable) return typedAsKeys(text) ? std::nullopt : std::optional(wouldNotTypeSentence(app.name));
-  int caret = -1;
-  if (AtspiText* shown = atspi_accessible_get_text_iface(accessible)) {
-    Error ignored;
-    caret = atspi_text_get_caret_offset(shown, &ignored);
-    g_object_unref(shown);
-  }
-  Error error;
-  const std::string copy(text);
-  const bool typed = atspi_editable_text_insert_text(editable, std::max(caret, 0), copy.c_str(),
-                                                     static_cast<gint>(copy.size()), &error);
-  g_object_unref(editable);
-  if (!typed || error) return wouldNotTypeSentence(app.name);
+  enum class Typed { inserted, refused, needsKeys };
+  const auto typed = thread_.call([&] {
+    auto* accessible = accessibleOf(element);
+    if (AtspiComponent* component = atspi_accessible_get_component_iface(accessible)) {
+      Error ignored;
+      atspi_component_grab_focus(component, &ignored);
+      g_object_unref(component);
+    }
+    AtspiEditableText* editable = atspi_accessible_get_editable_text_iface(accessible);
+    if (!editable) return hasState(accessible, ATSPI_STATE_FOCUSED) ? Typed::needsKeys : Typed::refused;
+    int caret = -1;
+    if (AtspiText* shown = atspi_accessible_get_text_iface(accessible)) {
+      Error ignored;
+      caret = atspi_text_get_caret_offset(shown, &ignored);
+      g_object_unref(shown);
+    }
+    Error error;
+    const std::string copy(text);
+    const bool inserted = atspi_editable_text_insert_text(editable, std::max(caret, 0), copy.c_str(),
+                                                          static_cast<gint>(copy.size()), &error);
+    g_object_unref(editable);
+    return inserted && !error ? Typed::inserted : Typed::refused;
+  });
+  if (typed == Typed::needsKeys) return typeAsKeys(text, app);
+  if (typed == Typed::refused) return wouldNotTypeSentence(app.name);
   return std::nullopt;
+}
+
+std::optional<std::string> DesktopActor::typeAsKeys(std::string_view text, const RunningApp& app) {
+  if (windows_->activeProcess() != app.processId) return ActPolicy::notInFrontSentence(app.name);
+  const bool typed = thread_.call(
+      [&] { return atspi_generate_keyboard_event(0, std::string(text).c_str(), ATSPI_KEY_STRING, nullptr); });
+  return typed ? std::nullopt : std::optional(wouldNotTypeSentence(app.name));
 }
 
 // X11 has no way to send keys to one process: they go to the window with the focus. So the app
@@ -151,7 +165,9 @@ std::optional<std::string> DesktopActor::scroll(const RunningApp& app, std::stri
   return std::nullopt;
 }
 
-std::variant<std::int64_t, std::string> DesktopActor::openApp(std::string_view name) {
+// An app that starts through D-Bus, or hands over to a copy already running, has no process of
+// this launch to follow, so the caller waits for the app by name.
+std::optional<std::string> DesktopActor::openApp(std::string_view name) {
   GDesktopAppInfo* found = nullptr;
   GList* all = g_app_info_get_all();
   for (GList* item = all; item && !found; item = item->next) {
@@ -162,18 +178,16 @@ std::variant<std::int64_t, std::string> DesktopActor::openApp(std::string_view n
   }
   g_list_free_full(all, g_object_unref);
   if (!found) return ActPolicy::notOnThisMacSentence(name);
-  GPid launched = 0;
   Error error;
   // The companion keeps itself out of the accessibility tree; the apps it opens must not be.
   GAppLaunchContext* context = g_app_launch_context_new();
   g_app_launch_context_unsetenv(context, "NO_AT_BRIDGE");
-  const bool started = g_desktop_app_info_launch_uris_as_manager(
-      found, nullptr, context, G_SPAWN_SEARCH_PATH, nullptr, nullptr,
-      [](GDesktopAppInfo*, GPid pid, gpointer data) { *static_cast<GPid*>(data) = pid; }, &launched, &error);
+  const bool started = g_desktop_app_info_launch_uris_as_manager(found, nullptr, context, G_SPAWN_SEARCH_PATH,
+                                                                 nullptr, nullptr, nullptr, nullptr, &error);
   g_object_unref(context);
   g_object_unref(found);
-  if (!started || launched <= 0) return ActPolicy::couldNotOpenSentence(name);
-  return static_cast<std::int64_t>(launched);
+  if (!started) return ActPolicy::couldNotOpenSentence(name);
+  return std::nullopt;
 }
 
 }  // namespace quarl

@@ -21,12 +21,13 @@ std::shared_ptr<LinuxDesktop> LinuxDesktop::open(boost::asio::any_io_executor ma
     refusal = "The display " + std::string(named) + " could not be opened, so Quarl cannot look at or work it.";
     return nullptr;
   }
-  desktop->source = AtspiSource::open(desktop->windows, refusal);
-  if (!desktop->source) return nullptr;
+  auto* atspi = AtspiThread::shared(refusal);
+  if (!atspi) return nullptr;
+  desktop->source = std::make_shared<AtspiSource>(desktop->windows, *atspi);
   desktop->events = DesktopEvents::open(std::move(main), refusal);
   if (!desktop->events) return nullptr;
   desktop->capturer = std::make_shared<X11ScreenCapturer>(desktop->windows);
-  desktop->actor = std::make_shared<DesktopActor>(desktop->windows);
+  desktop->actor = std::make_shared<DesktopActor>(desktop->windows, *atspi);
   desktop->postsEvents = DesktopActor::canPostEvents(*desktop->windows);
   return desktop;
 }
