@@ -32,12 +32,15 @@ class OperatorOnTheDesktop : public ::testing::Test {
     session_ = new DesktopSession();
     ASSERT_FALSE(session_->refusal()) << *session_->refusal();
     session_->installDesktopEntry(std::string(deskName), QUARL_TEST_DESK_PATH " --state " + stateFile().string());
+    // A password manager that stays out of the accessibility tree, as Qt apps do by default.
+    session_->installDesktopEntry("KeePassXC", "env NO_AT_BRIDGE=1 " QUARL_TEST_DESK_PATH " --state " + lockedStateFile().string());
   }
   static void TearDownTestSuite() {
     delete session_;
     session_ = nullptr;
   }
   static std::filesystem::path stateFile() { return std::filesystem::temp_directory_path() / "quarl-test-desk-state.json"; }
+  static std::filesystem::path lockedStateFile() { return std::filesystem::temp_directory_path() / "quarl-test-vault-state.json"; }
 
   void SetUp() override {
     ASSERT_FALSE(session_->refusal()) << *session_->refusal();
@@ -171,6 +174,40 @@ TEST_F(OperatorOnTheDesktop, LooksAtTheScreenInTwoSizesOfJpeg) {
   }
   tjDestroy(decoder);
   EXPECT_EQ(step(R"({"kind":"look","app":"Nothing Such"})").at("reason"), "Nothing Such is not open on this Mac.");
+}
+
+TEST_F(OperatorOnTheDesktop, BlacksOutAPasswordManagerThatKeepsOutOfTheAccessibilityTree) {
+  ASSERT_EQ(step(R"({"kind":"open_app","app":"KeePassXC"})").at("outcome"), "done") << "found from its windows alone";
+  const auto never = "Quarl never looks at its own windows, at passwords, at settings, or at another screen.";
+  EXPECT_EQ(step(R"({"kind":"look","app":"KeePassXC"})").at("reason"), never);
+  const auto apps = desktop_->source->runningApps();
+  const auto vault = std::find_if(apps.begin(), apps.end(), [](const RunningApp& app) { return app.name == "KeePassXC"; });
+  ASSERT_NE(vault, apps.end());
+  const auto window = desktop_->windows->frontWindowOf(*vault->processId);
+  ASSERT_TRUE(window);
+
+  const auto look = step(R"({"kind":"look"})");
+  ASSERT_EQ(look.at("outcome"), "done") << look;
+  const auto bytes = *base64Decode(look.at("result").at("screenJpegBase64").as_string());
+  std::vector<unsigned char> pixels(1280 * 800 * 3);
+  tjhandle decoder = tjInitDecompress();
+  ASSERT_EQ(tjDecompress2(decoder, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), pixels.data(), 1280,
+                          0, 800, TJPF_RGB, 0),
+            0);
+  tjDestroy(decoder);
+  // The window's inside, scaled as the picture is, away from the edges the scaling blurs.
+  const double scale = 1280.0 / 1440.0;
+  double sum = 0;
+  int count = 0;
+  for (int y = static_cast<int>((window->rect.y + 20) * scale); y < (window->rect.y + window->rect.height - 20) * scale; ++y) {
+    for (int x = static_cast<int>((window->rect.x + 20) * scale); x < (window->rect.x + window->rect.width - 20) * scale; ++x) {
+      sum += pixels[(static_cast<std::size_t>(y) * 1280 + x) * 3];
+      ++count;
+    }
+  }
+  ASSERT_GT(count, 10'000);
+  EXPECT_LT(sum / count, 8) << "the vault's window is black in the picture";
+  [[maybe_unused]] const int ended = ::system(("pkill -f " + lockedStateFile().string()).c_str());
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 #include <map>
 
@@ -34,30 +35,58 @@ constexpr int valueCharacterLimit = static_cast<int>(AXSnapshot::budget) + 1;
 // Password fields carry text too, and are never asked for it.
 bool carriesText(AtspiRole role) { return role == ATSPI_ROLE_ENTRY || role == ATSPI_ROLE_TEXT; }
 
-// The name and desktop id of the application a process runs, from the desktop entry whose
-// program is the process's own; none when no entry names it.
+// The name and desktop id of the application a process runs; none when no entry surely names it.
 struct Entry {
   std::string name;
   std::string id;
 };
-// `entries` are the desktop's entries, read once for all the processes of one listing.
+
+Entry entryFrom(GAppInfo* info) {
+  std::string id = g_app_info_get_id(info) ? g_app_info_get_id(info) : "";
+  if (id.ends_with(".desktop")) id.resize(id.size() - 8);
+  return Entry{g_app_info_get_name(info), id};
+}
+
+// GIO marks the processes it launches with the entry it launched them from.
+std::optional<Entry> launchedEntryOf(std::int64_t processId, GList* entries) {
+  std::ifstream environment("/proc/" + std::to_string(processId) + "/environ", std::ios::binary);
+  std::string file;
+  std::string launcher;
+  for (std::string variable; std::getline(environment, variable, '\0');) {
+    if (variable.starts_with("GIO_LAUNCHED_DESKTOP_FILE=")) file = variable.substr(26);
+    if (variable.starts_with("GIO_LAUNCHED_DESKTOP_FILE_PID=")) launcher = variable.substr(30);
+  }
+  // A child of the launched process inherits the mark without being the app.
+  if (file.empty() || launcher != std::to_string(processId)) return std::nullopt;
+  for (GList* item = entries; item; item = item->next) {
+    if (!G_IS_DESKTOP_APP_INFO(item->data)) continue;
+    const char* path = g_desktop_app_info_get_filename(G_DESKTOP_APP_INFO(item->data));
+    if (path && file == path) return entryFrom(G_APP_INFO(item->data));
+  }
+  return std::nullopt;
+}
+
+// `entries` are the desktop's entries, read once for all the processes of one listing. An app
+// started some other way is known by its program, when exactly one entry runs that program: an
+// interpreter such as python3 runs many apps, and naming one of them after another would let a
+// password manager pass for something else.
 std::optional<Entry> entryOf(std::int64_t processId, GList* entries) {
+  if (auto launched = launchedEntryOf(processId, entries)) return launched;
   std::error_code failed;
   const auto program = std::filesystem::read_symlink("/proc/" + std::to_string(processId) + "/exe", failed);
   if (failed) return std::nullopt;
   std::optional<Entry> found;
-  for (GList* item = entries; item && !found; item = item->next) {
+  for (GList* item = entries; item; item = item->next) {
     auto* info = G_APP_INFO(item->data);
     const char* executable = g_app_info_get_executable(info);
     if (!executable) continue;
     gchar* path = g_find_program_in_path(executable);
     std::error_code unresolved;
-    if (path && std::filesystem::equivalent(path, program, unresolved)) {
-      std::string id = g_app_info_get_id(info) ? g_app_info_get_id(info) : "";
-      if (id.ends_with(".desktop")) id.resize(id.size() - 8);
-      found = Entry{g_app_info_get_name(info), id};
-    }
+    const bool runs = path && std::filesystem::equivalent(path, program, unresolved);
     g_free(path);
+    if (!runs) continue;
+    if (found) return std::nullopt;
+    found = entryFrom(info);
   }
   return found;
 }
@@ -178,8 +207,33 @@ std::vector<RunningApp> AtspiSource::runningAppsHere() {
     running.frontmost = front == running.processId;
     if (!running.name.empty() && (!running.windows.empty() || running.frontmost)) apps.push_back(std::move(running));
   }
+  addWindowsOnlyApps(apps, front, entries);
   g_list_free_full(entries, g_object_unref);
   return apps;
+}
+
+// Apps that show windows but keep out of the accessibility tree (Qt apps do, unless the session
+// asks them in) are listed from the window manager's windows, so that a picture still leaves out
+// those Quarl never looks at.
+void AtspiSource::addWindowsOnlyApps(std::vector<RunningApp>& apps, std::optional<std::int64_t> front, GList* entries) {
+  for (const auto& client : windows_->clients()) {
+    if (!client.processId || !client.viewable) continue;
+    if (std::any_of(apps.begin(), apps.end(), [&client](const RunningApp& app) { return app.processId == client.processId; })) {
+      continue;
+    }
+    RunningApp running;
+    running.processId = client.processId;
+    if (const auto entry = entryOf(*client.processId, entries)) {
+      running.name = entry->name;
+      running.bundleId = entry->id;
+    } else {
+      std::ifstream command("/proc/" + std::to_string(*client.processId) + "/comm");
+      std::getline(command, running.name);
+    }
+    if (!client.title.empty()) running.windows.push_back(client.title);
+    running.frontmost = front == running.processId;
+    if (!running.name.empty()) apps.push_back(std::move(running));
+  }
 }
 
 std::optional<AXElement> AtspiSource::appHere(std::int64_t processId) {

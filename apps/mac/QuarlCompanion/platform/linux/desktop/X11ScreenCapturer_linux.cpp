@@ -52,6 +52,8 @@ void blackOut(CapturedPicture& picture, const X11Windows::Rect& area, const X11W
 
 std::variant<CapturedPicture, std::string> X11ScreenCapturer::capture(const std::optional<RunningApp>& only,
                                                                       const std::vector<std::int64_t>& excluding) {
+  // No window may appear or move between the listing of the windows to black out and the picture.
+  const X11Windows::Still still(*windows_);
   auto shown = windows_->screen();
   if (shown.width <= 0 || shown.height <= 0) return std::string(noScreenSentence);
   if (only) {

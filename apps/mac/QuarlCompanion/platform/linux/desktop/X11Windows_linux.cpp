@@ -2,6 +2,7 @@
 
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
+#include <glib.h>
 
 #include <atomic>
 #include <memory>
@@ -26,6 +27,21 @@ std::vector<unsigned long> property(Display* display, Window window, const char*
   }
   if (data) XFree(data);
   return items;
+}
+
+std::string textProperty(Display* display, Window window, const char* name, Atom type) {
+  Atom actual = None;
+  int format = 0;
+  unsigned long count = 0, after = 0;
+  unsigned char* data = nullptr;
+  std::string text;
+  if (XGetWindowProperty(display, window, XInternAtom(display, name, False), 0, 1024, False, type, &actual, &format,
+                         &count, &after, &data) == Success &&
+      data && format == 8) {
+    text.assign(reinterpret_cast<char*>(data), count);
+  }
+  if (data) XFree(data);
+  return text;
 }
 
 std::atomic<unsigned> refusedAccess{0};
@@ -64,6 +80,17 @@ std::optional<std::int64_t> X11Windows::processOf(unsigned long window) {
   return static_cast<std::int64_t>(pid[0]);
 }
 
+std::string X11Windows::titleOf(unsigned long window) {
+  auto title = textProperty(display_, window, "_NET_WM_NAME", XInternAtom(display_, "UTF8_STRING", False));
+  if (!title.empty()) return title;
+  // The older property is Latin-1.
+  const auto latin = textProperty(display_, window, "WM_NAME", XA_STRING);
+  gchar* converted = g_convert(latin.data(), static_cast<gssize>(latin.size()), "UTF-8", "ISO-8859-1", nullptr, nullptr, nullptr);
+  if (converted) title = converted;
+  g_free(converted);
+  return title;
+}
+
 std::optional<std::int64_t> X11Windows::activeProcess() {
   const std::lock_guard held(lock_);
   const auto active = activeWindow();
@@ -81,7 +108,7 @@ std::vector<X11Windows::Client> X11Windows::clients() {
     Window child = None;
     XTranslateCoordinates(display_, window, root, 0, 0, &x, &y, &child);
     found.push_back({window, processOf(window), {x, y, attributes.width, attributes.height},
-                     attributes.map_state == IsViewable});
+                     attributes.map_state == IsViewable, titleOf(window)});
   }
   return found;
 }
@@ -99,6 +126,18 @@ std::optional<X11Windows::Client> X11Windows::frontWindowOf(std::int64_t process
     top = client;
   }
   return top;
+}
+
+X11Windows::Still::Still(X11Windows& windows) : windows_(windows) {
+  const std::lock_guard held(windows_.lock_);
+  XGrabServer(windows_.display_);
+  XSync(windows_.display_, False);
+}
+
+X11Windows::Still::~Still() {
+  const std::lock_guard held(windows_.lock_);
+  XUngrabServer(windows_.display_);
+  XSync(windows_.display_, False);
 }
 
 X11Windows::Rect X11Windows::screen() {

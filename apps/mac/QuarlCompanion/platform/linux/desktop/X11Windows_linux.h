@@ -42,8 +42,21 @@ class X11Windows {
     std::optional<std::int64_t> processId;
     Rect rect;  // on the screen
     bool viewable = false;
+    std::string title;
   };
   std::vector<Client> clients();
+  // Holds every other client of the display still while it lives: what is listed while it is
+  // held is what a picture taken while it is held shows.
+  class Still {
+   public:
+    explicit Still(X11Windows& windows);
+    ~Still();
+    Still(const Still&) = delete;
+    Still& operator=(const Still&) = delete;
+
+   private:
+    X11Windows& windows_;
+  };
   // The window of `processId` to work: the active one when it is that process's, else its top.
   std::optional<Client> frontWindowOf(std::int64_t processId);
   Rect screen();
@@ -52,6 +65,7 @@ class X11Windows {
   explicit X11Windows(Display* display) : display_(display) {}
   std::optional<std::int64_t> processOf(unsigned long window);
   std::optional<unsigned long> activeWindow();
+  std::string titleOf(unsigned long window);
 
   Display* display_;
   std::mutex lock_;
