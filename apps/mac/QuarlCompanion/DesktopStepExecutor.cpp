@@ -105,6 +105,11 @@ asio::awaitable<Outcome> DesktopStepExecutor::look(std::optional<std::string> ap
 asio::awaitable<Outcome> DesktopStepExecutor::readScreenText(std::optional<std::string> app) {
   if (caps_().accessibility != CapabilityState::granted) co_return Outcome::failed(AXReader::untrustedSentence);
   const auto running = co_await runningApps();
+  std::vector<std::int64_t> processes;
+  for (const auto& each : running) {
+    if (each.processId) processes.push_back(*each.processId);
+  }
+  registry_.forgetAllBut(processes);
   auto target = lookedAt(app, running, ownProcessId_);
   if (auto* outcome = std::get_if<Outcome>(&target)) co_return std::move(*outcome);
   std::variant<AXSnapshot, std::string> read;
@@ -138,6 +143,9 @@ asio::awaitable<Outcome> DesktopStepExecutor::act(Request request, OperatorStepC
   std::optional<ActTarget> target;
   if (const auto id = elementOf(request)) {
     auto found = front->processId ? registry_.element(*id, *front->processId) : std::nullopt;
+    if (!found && front->processId && registry_.isOfLastRead(*id, *front->processId)) {
+      co_return Outcome::refused(ActPolicy::notAControlSentence(*app));
+    }
     if (!found) co_return Outcome::refused(ActPolicy::staleControlSentence(*app));
     co_await onDesktop([&] { target = describe(*parts_.source, found->element, found->windowTitle, found->dialogText); });
     element = found->element;

@@ -110,6 +110,8 @@ TEST_F(DesktopSteps, ChecksEveryActInItsOrderBeforeTheActorDoesIt) {
   const auto read = step(R"({"kind":"read_screen_text"})");
   EXPECT_EQ(read.at("result").at("text"), "[1.1] AXWindow Inbox\n  [1.2] AXButton Send\n  [1.3] AXSecureTextField");
   EXPECT_EQ(reason(R"({"kind":"type_text","app":"Mail","element":"1.3","text":"x"})"), "Quarl never types into a password field.");
+  EXPECT_EQ(reason(R"({"kind":"press_element","app":"Mail","element":"1.1"})"),
+            "That is not a control of Mail that Quarl can work, so nothing was done.");
   const auto typeHere = R"({"kind":"type_text","app":"Mail","text":"x"})";
   EXPECT_EQ(reason(typeHere), "Mail does not say where its focus is, so nothing was typed.");
   desktop_->focus = 1;

@@ -2,6 +2,8 @@
 
 #include "Utf16Text.h"
 
+#include <algorithm>
+
 namespace quarl {
 
 namespace {
@@ -48,6 +50,19 @@ std::optional<ElementRegistry::Found> ElementRegistry::element(const std::string
   const auto ref = read->second.refs.find(id);
   if (ref == read->second.refs.end() || ref->second >= read->second.elements.size()) return std::nullopt;
   return Found{read->second.elements[ref->second], read->second.windowTitle, read->second.dialogText};
+}
+
+bool ElementRegistry::isOfLastRead(const std::string& id, std::int64_t processId) const {
+  const std::lock_guard held(lock_);
+  const auto read = reads_.find(processId);
+  return read != reads_.end() && AXSnapshot::resolve(id, read->second.generation);
+}
+
+void ElementRegistry::forgetAllBut(const std::vector<std::int64_t>& running) {
+  const std::lock_guard held(lock_);
+  std::erase_if(reads_, [&running](const auto& read) {
+    return std::find(running.begin(), running.end(), read.first) == running.end();
+  });
 }
 
 }  // namespace quarl

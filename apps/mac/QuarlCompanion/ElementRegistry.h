@@ -26,8 +26,13 @@ class ElementRegistry {
   // The generation the next read takes: every read of any app takes a new one.
   std::int64_t nextGeneration();
   void keep(std::int64_t processId, const AXSnapshot& snapshot, const AXNode& window, std::vector<AXElement> elements);
-  // The element `id` names in `processId`'s last read; none for an id of any other read.
+  // The element `id` names in `processId`'s last read; none for an id of any other read, and for
+  // one of that read that names no control (a text, say).
   std::optional<Found> element(const std::string& id, std::int64_t processId) const;
+  // Whether `id` is of `processId`'s last read, control or not.
+  bool isOfLastRead(const std::string& id, std::int64_t processId) const;
+  // Lets go of the reads of processes no longer running, and with them their elements.
+  void forgetAllBut(const std::vector<std::int64_t>& running);
 
  private:
   struct Read {

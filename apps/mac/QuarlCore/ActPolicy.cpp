@@ -171,6 +171,10 @@ std::string ActPolicy::noWindowToScrollSentence(std::string_view app) {
   return std::string(app) + " has no window to scroll.";
 }
 
+std::string ActPolicy::notAControlSentence(std::string_view app) {
+  return "That is not a control of " + std::string(app) + " that Quarl can work, so nothing was done.";
+}
+
 std::string ActPolicy::noFocusSentence(std::string_view app) {
   return std::string(app) + " does not say where its focus is, so nothing was typed.";
 }

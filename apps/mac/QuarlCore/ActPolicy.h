@@ -47,6 +47,8 @@ struct ActPolicy {
   static bool isFront(std::string_view app, const std::optional<RunningApp>& front);
   static std::string notInFrontSentence(std::string_view app);
   static std::string staleControlSentence(std::string_view app);
+  // An id of the current read that names a text or a group, not a control.
+  static std::string notAControlSentence(std::string_view app);
   // "Command-Shift-D", "Return", "Control-Page Up".
   static std::string keyWords(std::string_view key, const std::vector<std::string>& modifiers);
   // Return only makes a new line in these apps; elsewhere it may send.
