@@ -1,0 +1,23 @@
+// Core Foundation, as the Mac layer uses it: declarations for the Objective-C++ check only.
+#pragma once
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef const void* CFTypeRef;
+typedef const struct __CFString* CFStringRef;
+typedef const struct __CFDictionary* CFDictionaryRef;
+typedef const struct __CFData* CFDataRef;
+typedef signed long CFIndex;
+typedef unsigned char Boolean;
+typedef int32_t OSStatus;
+
+void CFRelease(CFTypeRef cf);
+CFTypeRef CFRetain(CFTypeRef cf);
+
+#ifdef __cplusplus
+}
+#endif

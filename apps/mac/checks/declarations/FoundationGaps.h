@@ -1,0 +1,12 @@
+// What Apple's Foundation declares and GNUstep's does not, for the Objective-C++ check only.
+#pragma once
+
+#include <CoreFoundation/CoreFoundation.h>
+
+// The check compiles without ARC (GCC's runtime has none), where ownership needs no cast.
+#ifdef __OBJC__
+// Foundation (NSObject.h): moves a Core Foundation object's ownership into an object.
+inline id CFBridgingRelease(CFTypeRef value) { return (id)value; }
+// Foundation (NSObject.h): moves an object's ownership out to Core Foundation.
+inline CFTypeRef CFBridgingRetain(id value) { return (CFTypeRef)value; }
+#endif
