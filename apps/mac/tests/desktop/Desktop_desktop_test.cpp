@@ -87,6 +87,16 @@ class OperatorOnTheDesktop : public ::testing::Test {
     return count;
   }
   json::object state() { return json::parse(fileContents(stateFile())).as_object(); }
+  // Keys go through the X server, so the app moves its focus a moment after a "key" step is done.
+  void waitForFocusOn(std::string_view role, std::int64_t processId) {
+    auto& source = *desktop_->source;
+    for (int i = 0; i < 50; ++i) {
+      const auto focused = source.focusedElement(processId);
+      if (focused && (source.string("AXSubrole", *focused) == role || source.string("AXRole", *focused) == role)) return;
+      std::this_thread::sleep_for(100ms);
+    }
+    ADD_FAILURE() << "the focus never came to a " << role;
+  }
 
   static inline DesktopSession* session_ = nullptr;
   boost::asio::io_context io_;
@@ -150,9 +160,11 @@ TEST_F(OperatorOnTheDesktop, ReadsTheDeskPressesTypesAndHoldsWhatSendsOrBuys) {
 
   const auto typeHere = R"({"kind":"type_text","app":"Quarl Test Desk","text":"hello"})";
   EXPECT_EQ(step(R"({"kind":"key","app":"Quarl Test Desk","key":"tab"})").at("outcome"), "done");
+  waitForFocusOn("AXSecureTextField", *desk.processId);
   EXPECT_EQ(step(typeHere, "run-1", true).at("reason"), "Quarl never types into a password field.")
       << "the focus moved from the name to the password";
   EXPECT_EQ(step(R"({"kind":"key","app":"Quarl Test Desk","key":"tab"})").at("outcome"), "done");
+  waitForFocusOn("AXTextArea", *desk.processId);
   EXPECT_EQ(step(typeHere, "run-1", true).at("outcome"), "done");
   EXPECT_EQ(state().at("notes"), "hello") << "typed where the focus is, in the notes";
 }
