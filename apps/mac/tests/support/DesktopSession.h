@@ -21,6 +21,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -336,19 +337,28 @@ class DesktopSession {
       call.insert(call.begin(), common.begin(), common.end());
       return desktop::outputOf(dbusSend.string(), call);
     };
-    const auto deadline = desktop::Clock::now() + std::chrono::seconds(10);
-    std::error_code ignored;
-    while (desktop::Clock::now() < deadline && accessibilityBus_.running(ignored)) {
+    const bool up = cameUp(accessibilityBus_, [&] {
       const auto owned = ask({"--dest=org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.NameHasOwner",
                               "string:org.a11y.Bus"});
-      if (owned && owned->find("true") != std::string::npos) {
-        const auto address = ask({"--dest=org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress"});
-        if (address && address->find(':') != std::string::npos) return true;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
+      if (!owned || owned->find("true") == std::string::npos) return false;
+      const auto address = ask({"--dest=org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress"});
+      return address && address->find(':') != std::string::npos;
+    });
+    if (up) return true;
+    std::error_code ignored;
     return refuse(accessibilityBus_.running(ignored) ? "at-spi-bus-launcher gave no accessibility bus within 10 seconds"
                                                      : "at-spi-bus-launcher ended before it gave an accessibility bus");
+  }
+
+  // Whether `ready` held within 10 seconds, asked every 50 ms while `child` still runs.
+  static bool cameUp(boost::process::child& child, const std::function<bool()>& ready) {
+    const auto deadline = desktop::Clock::now() + std::chrono::seconds(10);
+    std::error_code ignored;
+    while (desktop::Clock::now() < deadline && child.running(ignored)) {
+      if (ready()) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
   }
 
   // openbox now and then fails to open a display that has just come up while other tests start
@@ -365,11 +375,7 @@ class DesktopSession {
       } catch (const std::exception& failure) {
         return refuse(std::string("openbox could not be started: ") + failure.what());
       }
-      const auto deadline = desktop::Clock::now() + std::chrono::seconds(10);
-      while (desktop::Clock::now() < deadline && windowManager_.running(ignored)) {
-        if (desktop::windowManagerOwns(display_->name())) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      }
+      if (cameUp(windowManager_, [this] { return desktop::windowManagerOwns(display_->name()); })) return true;
       if (windowManager_.running(ignored)) return refuse("openbox did not manage the display within 10 seconds");
       std::this_thread::sleep_for(std::chrono::milliseconds(200));
     }

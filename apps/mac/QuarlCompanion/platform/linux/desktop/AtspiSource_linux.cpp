@@ -4,10 +4,10 @@
 #include "AtspiCalls_linux.h"
 
 #include <gio/gdesktopappinfo.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <map>
@@ -35,60 +35,116 @@ constexpr int valueCharacterLimit = static_cast<int>(AXSnapshot::budget) + 1;
 // Password fields carry text too, and are never asked for it.
 bool carriesText(AtspiRole role) { return role == ATSPI_ROLE_ENTRY || role == ATSPI_ROLE_TEXT; }
 
-// The name and desktop id of the application a process runs; none when no entry surely names it.
-struct Entry {
-  std::string name;
-  std::string id;
+constexpr std::size_t allChildren = std::numeric_limits<std::size_t>::max();
+
+// The file a path names, as the kernel knows it: two paths to one program compare equal.
+struct FileIdentity {
+  dev_t device = 0;
+  ino_t inode = 0;
+  bool operator==(const FileIdentity&) const = default;
 };
 
-Entry entryFrom(GAppInfo* info) {
-  std::string id = g_app_info_get_id(info) ? g_app_info_get_id(info) : "";
-  if (id.ends_with(".desktop")) id.resize(id.size() - 8);
-  return Entry{g_app_info_get_name(info), id};
+std::optional<FileIdentity> identityOf(const char* path) {
+  struct stat status {};
+  if (!path || ::stat(path, &status) != 0) return std::nullopt;
+  return FileIdentity{status.st_dev, status.st_ino};
 }
 
-// GIO marks the processes it launches with the entry it launched them from.
-std::optional<Entry> launchedEntryOf(std::int64_t processId, GList* entries) {
-  std::ifstream environment("/proc/" + std::to_string(processId) + "/environ", std::ios::binary);
-  std::string file;
-  std::string launcher;
-  for (std::string variable; std::getline(environment, variable, '\0');) {
-    if (variable.starts_with("GIO_LAUNCHED_DESKTOP_FILE=")) file = variable.substr(26);
-    if (variable.starts_with("GIO_LAUNCHED_DESKTOP_FILE_PID=")) launcher = variable.substr(30);
+// The desktop's entries, read once per listing of apps, each with the program it runs looked up
+// on the path once: a listing names every process from them.
+class DesktopEntries {
+ public:
+  DesktopEntries() {
+    GList* all = g_app_info_get_all();
+    for (GList* item = all; item; item = item->next) {
+      if (!G_IS_DESKTOP_APP_INFO(item->data)) continue;
+      auto* info = G_APP_INFO(item->data);
+      Known known;
+      known.name = g_app_info_get_name(info);
+      known.id = g_app_info_get_id(info) ? g_app_info_get_id(info) : "";
+      if (known.id.ends_with(".desktop")) known.id.resize(known.id.size() - 8);
+      if (const char* file = g_desktop_app_info_get_filename(G_DESKTOP_APP_INFO(info))) known.file = file;
+      if (const char* executable = g_app_info_get_executable(info)) {
+        gchar* path = g_find_program_in_path(executable);
+        known.program = identityOf(path);
+        g_free(path);
+      }
+      known_.push_back(std::move(known));
+    }
+    g_list_free_full(all, g_object_unref);
   }
-  // A child of the launched process inherits the mark without being the app.
-  if (file.empty() || launcher != std::to_string(processId)) return std::nullopt;
-  for (GList* item = entries; item; item = item->next) {
-    if (!G_IS_DESKTOP_APP_INFO(item->data)) continue;
-    const char* path = g_desktop_app_info_get_filename(G_DESKTOP_APP_INFO(item->data));
-    if (path && file == path) return entryFrom(G_APP_INFO(item->data));
-  }
-  return std::nullopt;
-}
 
-// `entries` are the desktop's entries, read once for all the processes of one listing. An app
-// started some other way is known by its program, when exactly one entry runs that program: an
-// interpreter such as python3 runs many apps, and naming one of them after another would let a
-// password manager pass for something else.
-std::optional<Entry> entryOf(std::int64_t processId, GList* entries) {
-  if (auto launched = launchedEntryOf(processId, entries)) return launched;
-  std::error_code failed;
-  const auto program = std::filesystem::read_symlink("/proc/" + std::to_string(processId) + "/exe", failed);
-  if (failed) return std::nullopt;
-  std::optional<Entry> found;
-  for (GList* item = entries; item; item = item->next) {
-    auto* info = G_APP_INFO(item->data);
-    const char* executable = g_app_info_get_executable(info);
-    if (!executable) continue;
-    gchar* path = g_find_program_in_path(executable);
-    std::error_code unresolved;
-    const bool runs = path && std::filesystem::equivalent(path, program, unresolved);
-    g_free(path);
-    if (!runs) continue;
-    if (found) return std::nullopt;
-    found = entryFrom(info);
+  // Names `app` (a process) from the entry GIO launched it from, else from its program when
+  // exactly one entry runs that program: an interpreter such as python3 runs many apps, and
+  // naming one of them after another would let a password manager pass for something else.
+  // Whether an entry named it.
+  bool name(RunningApp& app) const {
+    const auto* known = launchedFrom(*app.processId);
+    if (!known) known = onlyRunnerOf(*app.processId);
+    if (!known) return false;
+    app.name = known->name;
+    app.bundleId = known->id;
+    return true;
   }
-  return found;
+
+ private:
+  struct Known {
+    std::string name;
+    std::string id;
+    std::string file;
+    std::optional<FileIdentity> program;
+  };
+
+  // GIO marks the processes it launches with the entry it launched them from.
+  const Known* launchedFrom(std::int64_t processId) const {
+    std::ifstream environment("/proc/" + std::to_string(processId) + "/environ", std::ios::binary);
+    std::string file;
+    std::string launcher;
+    for (std::string variable; std::getline(environment, variable, '\0');) {
+      if (variable.starts_with("GIO_LAUNCHED_DESKTOP_FILE=")) file = variable.substr(26);
+      if (variable.starts_with("GIO_LAUNCHED_DESKTOP_FILE_PID=")) launcher = variable.substr(30);
+    }
+    // A child of the launched process inherits the mark without being the app.
+    if (file.empty() || launcher != std::to_string(processId)) return nullptr;
+    const auto found = std::find_if(known_.begin(), known_.end(), [&file](const Known& known) { return known.file == file; });
+    return found == known_.end() ? nullptr : &*found;
+  }
+
+  const Known* onlyRunnerOf(std::int64_t processId) const {
+    const auto program = identityOf(("/proc/" + std::to_string(processId) + "/exe").c_str());
+    if (!program) return nullptr;
+    const Known* found = nullptr;
+    for (const auto& known : known_) {
+      if (known.program != program) continue;
+      if (found) return nullptr;
+      found = &known;
+    }
+    return found;
+  }
+
+  std::vector<Known> known_;
+};
+
+// Apps that show windows but keep out of the accessibility tree (Qt apps do, unless the session
+// asks them in) are listed from the window manager's windows, so that a picture still leaves out
+// those Quarl never looks at.
+void addWindowsOnlyApps(X11Windows& windows, std::vector<RunningApp>& apps, std::optional<std::int64_t> front,
+                        const DesktopEntries& entries) {
+  for (const auto& client : windows.clients()) {
+    if (!client.processId || !client.viewable) continue;
+    if (std::any_of(apps.begin(), apps.end(), [&client](const RunningApp& app) { return app.processId == client.processId; })) {
+      continue;
+    }
+    RunningApp running;
+    running.processId = client.processId;
+    if (!entries.name(running)) {
+      std::ifstream command("/proc/" + std::to_string(*client.processId) + "/comm");
+      std::getline(command, running.name);
+    }
+    if (!client.title.empty()) running.windows.push_back(client.title);
+    running.frontmost = front == running.processId;
+    if (!running.name.empty()) apps.push_back(std::move(running));
+  }
 }
 
 }  // namespace
@@ -190,54 +246,25 @@ std::vector<RunningApp> AtspiSource::runningApps() {
 
 std::vector<RunningApp> AtspiSource::runningAppsHere() {
   const auto front = windows_->activeProcess();
-  GList* entries = g_app_info_get_all();
+  const DesktopEntries entries;
   std::vector<RunningApp> apps;
-  for (const auto& app : childrenHere(atspi_get_desktop(0), std::numeric_limits<std::size_t>::max())) {
+  for (const auto& app : childrenHere(atspi_get_desktop(0), allChildren)) {
     Error error;
     RunningApp running;
     running.processId = atspi_accessible_get_process_id(accessibleOf(app), &error);
-    running.name = stringHere("AXTitle", accessibleOf(app)).value_or("");
-    if (const auto entry = entryOf(*running.processId, entries)) {
-      running.name = entry->name;
-      running.bundleId = entry->id;
-    }
-    for (const auto& window : childrenHere(accessibleOf(app), std::numeric_limits<std::size_t>::max())) {
+    if (!entries.name(running)) running.name = stringHere("AXTitle", accessibleOf(app)).value_or("");
+    for (const auto& window : childrenHere(accessibleOf(app), allChildren)) {
       if (auto title = stringHere("AXTitle", accessibleOf(window))) running.windows.push_back(std::move(*title));
     }
     running.frontmost = front == running.processId;
     if (!running.name.empty() && (!running.windows.empty() || running.frontmost)) apps.push_back(std::move(running));
   }
-  addWindowsOnlyApps(apps, front, entries);
-  g_list_free_full(entries, g_object_unref);
+  addWindowsOnlyApps(*windows_, apps, front, entries);
   return apps;
 }
 
-// Apps that show windows but keep out of the accessibility tree (Qt apps do, unless the session
-// asks them in) are listed from the window manager's windows, so that a picture still leaves out
-// those Quarl never looks at.
-void AtspiSource::addWindowsOnlyApps(std::vector<RunningApp>& apps, std::optional<std::int64_t> front, GList* entries) {
-  for (const auto& client : windows_->clients()) {
-    if (!client.processId || !client.viewable) continue;
-    if (std::any_of(apps.begin(), apps.end(), [&client](const RunningApp& app) { return app.processId == client.processId; })) {
-      continue;
-    }
-    RunningApp running;
-    running.processId = client.processId;
-    if (const auto entry = entryOf(*client.processId, entries)) {
-      running.name = entry->name;
-      running.bundleId = entry->id;
-    } else {
-      std::ifstream command("/proc/" + std::to_string(*client.processId) + "/comm");
-      std::getline(command, running.name);
-    }
-    if (!client.title.empty()) running.windows.push_back(client.title);
-    running.frontmost = front == running.processId;
-    if (!running.name.empty()) apps.push_back(std::move(running));
-  }
-}
-
 std::optional<AXElement> AtspiSource::appHere(std::int64_t processId) {
-  for (const auto& app : childrenHere(atspi_get_desktop(0), std::numeric_limits<std::size_t>::max())) {
+  for (const auto& app : childrenHere(atspi_get_desktop(0), allChildren)) {
     Error error;
     if (atspi_accessible_get_process_id(accessibleOf(app), &error) == processId) return app;
   }
@@ -253,7 +280,7 @@ std::optional<AXElement> AtspiSource::frontWindowHere(std::int64_t processId) {
   const auto app = appHere(processId);
   if (!app) return std::nullopt;
   std::optional<AXElement> showing;
-  for (const auto& candidate : childrenHere(accessibleOf(*app), std::numeric_limits<std::size_t>::max())) {
+  for (const auto& candidate : childrenHere(accessibleOf(*app), allChildren)) {
     if (hasState(accessibleOf(candidate), ATSPI_STATE_ACTIVE)) return candidate;
     if (!showing && hasState(accessibleOf(candidate), ATSPI_STATE_SHOWING)) showing = candidate;
   }

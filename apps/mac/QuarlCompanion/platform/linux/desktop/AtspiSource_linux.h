@@ -11,7 +11,6 @@
 #include "platform/AXUISource.h"
 
 typedef struct _AtspiAccessible AtspiAccessible;
-typedef struct _GList GList;
 
 namespace quarl {
 
@@ -38,7 +37,6 @@ class AtspiSource final : public AXUISource {
   std::optional<std::string> stringHere(std::string_view attribute, AtspiAccessible* accessible);
   std::vector<AXElement> childrenHere(AtspiAccessible* accessible, std::size_t atMost);
   std::vector<RunningApp> runningAppsHere();
-  void addWindowsOnlyApps(std::vector<RunningApp>& apps, std::optional<std::int64_t> front, GList* entries);
   // The desktop's app of `processId`; none when it has none.
   std::optional<AXElement> appHere(std::int64_t processId);
   std::optional<AXElement> frontWindowHere(std::int64_t processId);

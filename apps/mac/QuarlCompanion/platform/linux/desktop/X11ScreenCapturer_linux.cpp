@@ -54,20 +54,20 @@ std::variant<CapturedPicture, std::string> X11ScreenCapturer::capture(const std:
                                                                       const std::vector<std::int64_t>& excluding) {
   // No window may appear or move between the listing of the windows to black out and the picture.
   const X11Windows::Still still(*windows_);
-  auto shown = windows_->screen();
-  if (shown.width <= 0 || shown.height <= 0) return std::string(noScreenSentence);
+  const auto screen = windows_->screen();
+  if (screen.width <= 0 || screen.height <= 0) return std::string(noScreenSentence);
+  const auto clients = windows_->clients();
+  auto shown = screen;
   if (only) {
-    const auto window = only->processId ? windows_->frontWindowOf(*only->processId) : std::nullopt;
+    const auto window = only->processId ? windows_->frontWindowOf(*only->processId, clients) : std::nullopt;
     if (!window) return noWindowSentence(only->name);
+    // The part of the window on the screen.
     shown.x = std::max(window->rect.x, 0);
     shown.y = std::max(window->rect.y, 0);
-    shown.width = std::min(window->rect.width, windows_->screen().width - shown.x);
-    shown.height = std::min(window->rect.height, windows_->screen().height - shown.y);
-    shown.width -= shown.x - window->rect.x;
-    shown.height -= shown.y - window->rect.y;
+    shown.width = std::min(window->rect.x + window->rect.width, screen.width) - shown.x;
+    shown.height = std::min(window->rect.y + window->rect.height, screen.height) - shown.y;
     if (shown.width <= 0 || shown.height <= 0) return noWindowSentence(only->name);
   }
-  const auto clients = windows_->clients();
   CapturedPicture picture;
   {
     const std::lock_guard held(windows_->lock());

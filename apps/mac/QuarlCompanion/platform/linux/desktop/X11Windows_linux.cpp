@@ -11,37 +11,39 @@ namespace quarl {
 
 namespace {
 
+// A window property's raw items, with their size in bits (0 when it is missing).
+struct RawProperty {
+  int format = 0;
+  unsigned long count = 0;
+  std::unique_ptr<unsigned char, int (*)(void*)> data{nullptr, XFree};
+};
+
+RawProperty rawProperty(Display* display, Window window, const char* name, Atom type, long longs) {
+  Atom actual = None;
+  unsigned long after = 0;
+  unsigned char* data = nullptr;
+  RawProperty raw;
+  if (XGetWindowProperty(display, window, XInternAtom(display, name, False), 0, longs, False, type, &actual,
+                         &raw.format, &raw.count, &after, &data) != Success) {
+    raw.format = 0;
+  }
+  raw.data.reset(data);
+  if (!data) raw.format = 0;
+  return raw;
+}
+
 // A window property of 32-bit items, as Xlib hands them back (in longs).
 std::vector<unsigned long> property(Display* display, Window window, const char* name, Atom type) {
-  Atom actual = None;
-  int format = 0;
-  unsigned long count = 0, after = 0;
-  unsigned char* data = nullptr;
-  const Atom atom = XInternAtom(display, name, False);
-  std::vector<unsigned long> items;
-  if (XGetWindowProperty(display, window, atom, 0, 4096, False, type, &actual, &format, &count, &after, &data) ==
-          Success &&
-      data && format == 32) {
-    const auto* longs = reinterpret_cast<unsigned long*>(data);
-    items.assign(longs, longs + count);
-  }
-  if (data) XFree(data);
-  return items;
+  const auto raw = rawProperty(display, window, name, type, 4096);
+  if (raw.format != 32) return {};
+  const auto* longs = reinterpret_cast<const unsigned long*>(raw.data.get());
+  return {longs, longs + raw.count};
 }
 
 std::string textProperty(Display* display, Window window, const char* name, Atom type) {
-  Atom actual = None;
-  int format = 0;
-  unsigned long count = 0, after = 0;
-  unsigned char* data = nullptr;
-  std::string text;
-  if (XGetWindowProperty(display, window, XInternAtom(display, name, False), 0, 1024, False, type, &actual, &format,
-                         &count, &after, &data) == Success &&
-      data && format == 8) {
-    text.assign(reinterpret_cast<char*>(data), count);
-  }
-  if (data) XFree(data);
-  return text;
+  const auto raw = rawProperty(display, window, name, type, 1024);
+  if (raw.format != 8) return {};
+  return {reinterpret_cast<const char*>(raw.data.get()), raw.count};
 }
 
 std::atomic<unsigned> refusedAccess{0};
@@ -114,13 +116,17 @@ std::vector<X11Windows::Client> X11Windows::clients() {
 }
 
 std::optional<X11Windows::Client> X11Windows::frontWindowOf(std::int64_t processId) {
+  return frontWindowOf(processId, clients());
+}
+
+std::optional<X11Windows::Client> X11Windows::frontWindowOf(std::int64_t processId, const std::vector<Client>& among) {
   std::optional<unsigned long> active;
   {
     const std::lock_guard held(lock_);
     active = activeWindow();
   }
   std::optional<Client> top;
-  for (const auto& client : clients()) {
+  for (const auto& client : among) {
     if (client.processId != processId || !client.viewable) continue;
     if (client.window == active) return client;
     top = client;

@@ -59,6 +59,8 @@ class X11Windows {
   };
   // The window of `processId` to work: the active one when it is that process's, else its top.
   std::optional<Client> frontWindowOf(std::int64_t processId);
+  // The same, among windows already listed.
+  std::optional<Client> frontWindowOf(std::int64_t processId, const std::vector<Client>& among);
   Rect screen();
 
  private:
