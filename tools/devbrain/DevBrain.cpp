@@ -198,6 +198,10 @@ Answer DevBrain::route(const Request& request, const std::string& path, const js
   }
   auto& device = devices_.at(token->second.deviceId);
   if (path == "/v1/relay/heartbeat" && request.method == "POST") return heartbeat(device, body);
+  if (path == "/api/auth/companion" && request.method == "POST") {
+    if (!request.body.empty()) return wireRule("the panel session is asked for with no body");
+    return panelSession(device);
+  }
   if (path.starts_with("/v1/mac/devices/") && path.ends_with("/permissions/mode") && request.method == "PUT") {
     return setPermissionMode(device, path, body);
   }
@@ -276,6 +280,14 @@ Answer DevBrain::pairPoll(const json::object& body) {
   answer["userId"] = devices_.at(*found->deviceId).userId;
   if (found->withoutRefreshToken) answer.erase("refreshToken");
   return jsonAnswer(200, answer);
+}
+
+// The panel's web session: two cookies, as the service sets them, for the panel's site.
+Answer DevBrain::panelSession(const Device& device) {
+  auto answer = jsonAnswer(200, json::object{{"ok", true}});
+  answer.headers.emplace_back("Set-Cookie", "quarl_session=" + randomToken(24) + "; Path=/; HttpOnly; Secure; SameSite=Lax");
+  answer.headers.emplace_back("Set-Cookie", "quarl_device=" + device.id + "; Path=/; Secure; SameSite=Lax");
+  return answer;
 }
 
 Answer DevBrain::heartbeat(const Device& device, const json::object& body) {

@@ -97,6 +97,7 @@ class DevBrain {
   Answer pairStart(const boost::json::object& body);
   Answer pairPoll(const boost::json::object& body);
   Answer heartbeat(const Device& device, const boost::json::object& body);
+  Answer panelSession(const Device& device);
   Answer setPermissionMode(const Device& device, const std::string& path, const boost::json::object& body);
   Answer admin(const Request& request, const std::string& path, const boost::json::object& body);
 

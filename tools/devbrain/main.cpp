@@ -79,7 +79,8 @@ asio::awaitable<void> serveConnection(tcp::socket socket, std::shared_ptr<devbra
 
     http::response<http::string_body> response{static_cast<http::status>(answer.status), message.version()};
     response.set(http::field::content_type, answer.contentType);
-    for (const auto& [name, value] : answer.headers) response.set(name, value);
+    // Inserted, not set: an answer may carry a header more than once, as Set-Cookie does.
+    for (const auto& [name, value] : answer.headers) response.insert(name, value);
     response.keep_alive(message.keep_alive());
     response.body() = answer.body;
     response.prepare_payload();

@@ -162,6 +162,15 @@ asio::awaitable<BrainClient::Result<HttpResponse>> BrainClient::signedRequest(Qu
                                    std::move(extraHeaders), *renewed);
 }
 
+asio::awaitable<BrainClient::Result<HttpResponse>> BrainClient::panelSession() {
+  co_return co_await asio::co_spawn(strand_, panelSessionOnStrand(), asio::use_awaitable);
+}
+
+asio::awaitable<BrainClient::Result<HttpResponse>> BrainClient::panelSessionOnStrand() {
+  if (!credentials_) co_return Failure::notSignedIn();
+  co_return co_await signedAttempt(QuarlEndpoint::panelSession(), std::nullopt, "", {}, *credentials_);
+}
+
 asio::awaitable<BrainClient::Result<HttpResponse>> BrainClient::signedAttempt(QuarlEndpoint endpoint,
                                                                              std::optional<std::string> body,
                                                                              std::string contentType,

@@ -102,6 +102,11 @@ class BrainClient {
   // Who ended a run, for the service; the HTTP status, or 0 when no answer came.
   boost::asio::awaitable<int> reportRunStopped(std::string runId, std::string by);
 
+  // A web session for the panel, signed with the access token held now. A 401 comes back as
+  // it is, not renewed, so that the caller can say it renews for the panel. The answer as it
+  // came: the session is in its Set-Cookie headers.
+  boost::asio::awaitable<Result<HttpResponse>> panelSession();
+
   // An access token with more than 60 s of life left, renewing first if needed.
   boost::asio::awaitable<Result<std::string>> usableAccessToken();
   // Rotates the pair now and returns the new access token.
@@ -117,6 +122,7 @@ class BrainClient {
   boost::asio::awaitable<Result<void>> callWithoutAnswer(QuarlEndpoint endpoint, std::optional<boost::json::object> body);
   boost::asio::awaitable<Result<HttpResponse>> signedRequest(QuarlEndpoint endpoint, std::optional<std::string> body,
                                                               std::string contentType, HttpHeaders extraHeaders);
+  boost::asio::awaitable<Result<HttpResponse>> panelSessionOnStrand();
   boost::asio::awaitable<Result<HttpResponse>> signedAttempt(QuarlEndpoint endpoint, std::optional<std::string> body,
                                                               std::string contentType, HttpHeaders extraHeaders,
                                                               Credentials signedWith);

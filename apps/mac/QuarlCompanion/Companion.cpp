@@ -20,14 +20,28 @@ namespace {
 constexpr std::string_view fullDiskAccessSentence =
     "Quarl needs Full Disk Access to read Messages. System Settings → Privacy & Security → Full Disk Access.";
 constexpr std::string_view pairingExpiredSentence = "That code expired before it was approved. Try again.";
+constexpr std::string_view pairingUnderWaySentence =
+    "Quarl is already signing this Mac in: approve the code it showed, or wait until that code expires.";
 
-enum Work { tickWork, relayWork, liveWork, heartbeatWork };
+LoginQuestion loginQuestion() {
+  return {"Open Quarl when you log in?",
+          "Quarl can only read new iMessages while it is running. If it is not open, replies you send from your phone "
+          "wait until it is.",
+          "Yes, open it at login", "No, I will open it myself"};
+}
+
+enum Work { tickWork, relayWork, liveWork, heartbeatWork, loginQuestionWork };
 
 // Detached work keeps the coordinator alive until it is done.
 asio::awaitable<void> runWork(std::shared_ptr<Companion> self, Work work) {
   if (work == tickWork) co_await self->guardedTick();
   if (work == relayWork) co_await self->guardedRelayPass();
   if (work == heartbeatWork) co_await self->heartbeat();
+  if (work == loginQuestionWork) co_await self->offerToStartAtLogin();
+}
+
+asio::awaitable<void> openPanelAt(std::shared_ptr<Companion> self, std::string at) {
+  co_await self->openPanelWindow(std::move(at));
 }
 
 }  // namespace
@@ -160,6 +174,7 @@ asio::awaitable<void> Companion::repeat(std::weak_ptr<Companion> weak, std::uint
 }
 
 asio::awaitable<void> Companion::guardedTick() {
+  if (parts_.napHold) parts_.napHold->hold(state_.signIn.isSignedIn());
   if (ticking_) {
     tickRequested_ = true;
     QuarlLog::say("quarl: tick asked for while one is still running — it will run next");
@@ -301,7 +316,9 @@ asio::awaitable<MessagesCapture::End> Companion::capture() {
     QuarlLog::say("quarl: capture skipped — no iMessage channel id yet");
     co_return MessagesCapture::End::done;
   }
-  co_return co_await messagesCapture_.capture(*brain, std::move(*channels));
+  const auto end = co_await messagesCapture_.capture(*brain, std::move(*channels));
+  state_.lastCaptureAt = messagesCapture_.lastReadAt();
+  co_return end;
 }
 
 asio::awaitable<void> Companion::runLiveTick() {
@@ -310,6 +327,7 @@ asio::awaitable<void> Companion::runLiveTick() {
   auto channels = captureChannels();
   if (!brain || !channels) co_return;
   co_await messagesCapture_.captureRecentFirst(*brain, std::move(*channels));
+  state_.lastCaptureAt = messagesCapture_.lastReadAt();
 }
 
 asio::awaitable<void> Companion::heartbeat() {
@@ -344,6 +362,7 @@ void Companion::applyHeartbeat(const HeartbeatResponse& answer, const std::vecto
                   std::to_string(needsYou) + " waiting, " + std::to_string(followUps) + " follow-ups)");
     badgeLabel_ = label;
     parts_.host->setBadge(label);
+    arrivals_.heard(waiting);
   }
 
   if (!answer.channelIds || answer.channelIds->empty()) {
@@ -444,7 +463,7 @@ void Companion::storeRotatedTokens(std::uint64_t session, const std::string& acc
 asio::awaitable<std::optional<std::string>> Companion::pair() {
   if (pairingInProgress_) {
     QuarlLog::say("quarl: pairing already running — ignoring a second panel sign-in press");
-    co_return std::nullopt;
+    co_return std::string(pairingUnderWaySentence);
   }
   pairingInProgress_ = true;
   PairingClient pairing(settings_.apiURL, parts_.identity, parts_.transport);
@@ -483,6 +502,7 @@ asio::awaitable<std::optional<std::string>> Companion::pair() {
       client_.reset();
       ++session_;
       state_.signIn = SignIn::signedIn(credentials.deviceId);
+      panelRemintAttempted_ = false;
       if (operatorLink_) operatorLink_->wake();
       outcome = std::nullopt;
     }
@@ -491,7 +511,11 @@ asio::awaitable<std::optional<std::string>> Companion::pair() {
   pairingCode_.reset();
   pairingInProgress_ = false;
   if (deadlinePassed) state_.blockedReason = outcome;
-  if (!outcome) co_await guardedTick();
+  if (!outcome) {
+    // The question waits for the owner's answer; the pairing's caller does not.
+    asio::co_spawn(parts_.executor, runWork(shared_from_this(), loginQuestionWork), asio::detached);
+    co_await guardedTick();
+  }
   co_return outcome;
 }
 
@@ -509,7 +533,150 @@ void Companion::signOut() {
   ++session_;
   state_.signIn = SignIn::signedOut();
   if (operatorLink_) operatorLink_->wake();  // a signed-out Mac ends its live run now
+  panelWebView_.reset();
+  panelSignedIn_ = false;
+  if (parts_.windows) {
+    parts_.windows->closePanelWindow();
+    parts_.windows->showSetupWindow();
+  }
   QuarlLog::say("quarl: signed out — credentials forgotten, this Mac has stopped relaying");
+}
+
+void Companion::note(std::string_view failure, std::string_view doing) {
+  QuarlLog::say("quarl: " + std::string(doing) + " failed — " + std::string(failure));
+}
+
+void Companion::launched() {
+  if (parts_.defaults->string(keys::deviceId) && hasCredentials()) {
+    asio::co_spawn(parts_.executor, openPanelAt(shared_from_this(), std::string(PanelSession::appPath)), asio::detached);
+  } else {
+    showSetupWindow();
+  }
+}
+
+void Companion::showSetupWindow() {
+  if (parts_.windows) parts_.windows->showSetupWindow();
+}
+
+std::string Companion::panelURL() const {
+  auto base = settings_.baseURL;
+  while (!base.empty() && base.back() == '/') base.pop_back();
+  return base + panelPath_;
+}
+
+void Companion::showPanelSignIn(const std::optional<std::string>& reason) {
+  panelShowingSignIn_ = true;
+  if (panelWebView_) panelWebView_->showSignIn(reason);
+}
+
+asio::awaitable<void> Companion::openPanelWindow(std::string at) {
+  if (!parts_.windows) co_return;
+  panelPath_ = std::move(at);
+  panelWebView_ = parts_.windows->openPanelWindow();
+  panelRemintAttempted_ = false;
+  const auto outcome = co_await establishPanelSession(panelWebView_);
+  if ((outcome == PanelSession::Outcome::established || outcome == PanelSession::Outcome::rateLimited) && panelWebView_) {
+    panelShowingSignIn_ = false;
+    panelWebView_->load(panelURL());
+  }
+}
+
+asio::awaitable<PanelSession::Outcome> Companion::establishPanelSession(std::shared_ptr<PanelView> into) {
+  using Outcome = PanelSession::Outcome;
+  const auto unreachable = [&into] {
+    QuarlLog::say("quarl: panel session request failed");
+    into->showNotice(std::string(PanelSession::unreachableHeading), std::string(PanelSession::unreachableText));
+    return Outcome::unreachable;
+  };
+  auto brain = client();
+  if (!brain) {
+    panelShowingSignIn_ = true;
+    into->showSignIn(std::nullopt);
+    co_return Outcome::signInNeeded;
+  }
+  auto answer = co_await brain->panelSession();
+  if (!answer && answer.error().isTransport()) co_return unreachable();
+  // Signed out while the request was out: the session it asked for is over.
+  auto status = answer ? answer->status : 401;
+  if (status == 401 && answer) {
+    const auto renewed = co_await brain->renew();
+    if (renewed) {
+      co_await parts_.clock->sleep(PanelSession::attemptPause);
+      answer = co_await brain->panelSession();
+      if (!answer && answer.error().isTransport()) co_return unreachable();
+      status = answer ? answer->status : 401;
+    } else {
+      note(renewed.error().description(), "renewing for the panel");
+      if (renewed.error().isTransport()) co_return unreachable();
+      // Only a session that is over needs a sign-in; a renewal the service failed otherwise
+      // is a refusal of its own.
+      const auto* refusal = renewed.error().asHttp();
+      if (!renewed.error().isSessionGone()) status = refusal ? refusal->status : 0;
+    }
+  }
+  const auto outcome = PanelSession::outcomeOf(status);
+  if (outcome == Outcome::established) {
+    const auto count = co_await into->storeCookies(PanelSession::setCookieValues(answer->headers), settings_.baseURL);
+    panelSignedIn_ = true;
+    QuarlLog::say("quarl: panel session established (" + std::to_string(count) + " cookie(s))");
+  }
+  if (outcome == Outcome::rateLimited) {
+    QuarlLog::say("quarl: panel session rate-limited, reusing the session already in this window");
+  }
+  if (outcome == Outcome::signInNeeded) {
+    panelSignedIn_ = false;
+    panelShowingSignIn_ = true;
+    into->showSignIn(std::string(PanelSession::expiredSentence));
+  }
+  if (outcome == Outcome::refused) {
+    QuarlLog::say("quarl: panel session refused (" + std::to_string(status) + ")");
+    into->showNotice(std::nullopt, std::string(PanelSession::refusedSentence));
+  }
+  co_return outcome;
+}
+
+asio::awaitable<void> Companion::remintPanelSession() {
+  if (!panelWebView_) co_return;
+  if (panelRemintAttempted_) {
+    QuarlLog::say("quarl: the panel session lapsed again after a re-mint — asking for a sign-in");
+    showPanelSignIn(std::string(PanelSession::expiredSentence));
+    co_return;
+  }
+  panelRemintAttempted_ = true;
+  const auto view = panelWebView_;
+  const auto outcome = co_await establishPanelSession(view);
+  if (outcome == PanelSession::Outcome::established) {
+    QuarlLog::say("quarl: re-minted the panel session — nobody had to sign in");
+    view->reload();
+  }
+}
+
+asio::awaitable<void> Companion::signInFromPanel() {
+  if (pairingInProgress_) {
+    QuarlLog::say("quarl: pairing already running — ignoring a second panel sign-in press");
+    co_return;
+  }
+  QuarlLog::say("quarl: panel sign-in button pressed — starting pairing");
+  const auto failure = co_await pair();
+  if (failure) {
+    showPanelSignIn(failure);
+    co_return;
+  }
+  QuarlLog::say("quarl: pairing from the panel succeeded — reloading the panel");
+  if (panelWebView_) co_await openPanelWindow(panelPath_);
+}
+
+asio::awaitable<void> Companion::offerToStartAtLogin() {
+  if (!parts_.loginItem || parts_.defaults->boolean(keys::askedAboutLogin).value_or(false)) co_return;
+  parts_.defaults->write(keys::askedAboutLogin, json::value(true));
+  const auto loginItem = parts_.loginItem;
+  const bool yes = co_await loginItem->ask(loginQuestion());
+  if (!yes) co_return;
+  if (const auto error = loginItem->registerMainApplication()) {
+    QuarlLog::say("quarl: could not register as a login item: " + *error);
+    loginItem->tell(
+        "Quarl could not add itself to your login items. You can add it in System Settings → General → Login Items.");
+  }
 }
 
 }  // namespace quarl

@@ -7,14 +7,20 @@
 #include <optional>
 #include <string>
 
+#include "ArrivalNotifier.h"
 #include "BrainClient.h"
 #include "CompanionSettings.h"
 #include "CompanionState.h"
 #include "MessagesCapture.h"
 #include "MessagesRelay.h"
 #include "OperatorLink.h"
+#include "PanelSession.h"
 #include "platform/CompanionHost.h"
+#include "platform/CompanionWindows.h"
 #include "platform/Keychain.h"
+#include "platform/LoginItem.h"
+#include "platform/NapHold.h"
+#include "platform/Notifications.h"
 #include "SettingsStore.h"
 #include "WhatsAppCapture.h"
 #include "WhatsAppSession.h"
@@ -36,6 +42,11 @@ struct CompanionParts {
   std::shared_ptr<StoreWatcher> storeWatcher = nullptr;  // none: the live pass runs on its timer only
   std::optional<OperatorParts> operatorParts = std::nullopt;  // none: this host never operates the Mac
   std::shared_ptr<WhatsAppPage> whatsappPage = nullptr;       // none: this host cannot hold WhatsApp Web
+  // The application around the coordinator; none of them on a host without windows.
+  std::shared_ptr<CompanionWindows> windows = nullptr;
+  std::shared_ptr<LoginItem> loginItem = nullptr;
+  std::shared_ptr<NapHold> napHold = nullptr;  // none: the system never naps this process
+  std::shared_ptr<Notifications> notifications = nullptr;
 };
 
 // The one long-lived object of the companion: it owns the settings and state, runs the three
@@ -65,12 +76,30 @@ class Companion : public std::enable_shared_from_this<Companion> {
   boost::asio::awaitable<MessagesCapture::End> capture();
   // Pairs this Mac with the owner's account; the sentence of a failure, or none on success.
   boost::asio::awaitable<std::optional<std::string>> pair();
+  // Forgets the credentials and shows the setup window in place of the panel.
   void signOut();
   // Ends the timers and the claiming of relay jobs; work under way goes on to its end.
   void stopTimers();
   // The store changed: the live pass runs once the change has settled.
   void storeChanged();
   bool hasCredentials() const { return settings_.credentials.has_value(); }
+  // Logs a failure together with a short phrase naming what was being done.
+  static void note(std::string_view failure, std::string_view doing);
+
+  // Launch has finished: the panel when this Mac is paired, else the setup window.
+  void launched();
+  void showSetupWindow();
+  // Brings the panel window up, signs its web view in with this Mac's session and opens `at`
+  // of the panel's site.
+  boost::asio::awaitable<void> openPanelWindow(std::string at);
+  // Hands this Mac's session to the panel's web view as cookies, or shows in it why not.
+  boost::asio::awaitable<PanelSession::Outcome> establishPanelSession(std::shared_ptr<PanelView> into);
+  // The panel says its session lapsed: a new one is made once; a second lapse asks for a sign-in.
+  boost::asio::awaitable<void> remintPanelSession();
+  // The sign-in page's button: pairs, then opens the panel; a press while pairing does nothing.
+  boost::asio::awaitable<void> signInFromPanel();
+  // Asks once, ever, whether the application should open at login.
+  boost::asio::awaitable<void> offerToStartAtLogin();
 
   // What the operator may do now: the host's readings with the owner's switch and keep-awake.
   OperatorCaps operatorCaps() const;
@@ -118,6 +147,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
   // The one client of this sign-in, shared by every stage: its single-flight renewal is what
   // keeps two stages from presenting the same refresh token, which would end the session.
   std::shared_ptr<BrainClient> client();
+  std::string panelURL() const;
+  void showPanelSignIn(const std::optional<std::string>& reason);
   void storeRotatedTokens(std::uint64_t session, const std::string& accessToken, const std::string& refreshToken);
   void loadCredentials();
 
@@ -138,6 +169,12 @@ class Companion : public std::enable_shared_from_this<Companion> {
   MessagesStoreReading storeReading_;
   std::optional<std::string> badgeLabel_;
   std::optional<std::string> pairingCode_;
+  ArrivalNotifier arrivals_{parts_.notifications};
+  std::shared_ptr<PanelView> panelWebView_;
+  std::string panelPath_{PanelSession::appPath};
+  bool panelSignedIn_ = false;       // the view holds cookies of this Mac's session
+  bool panelShowingSignIn_ = false;
+  bool panelRemintAttempted_ = false;
   std::uint64_t timerGeneration_ = 0;
   std::uint64_t session_ = 0;  // one more at every sign-out and pairing: the rotations of a client belong to its session
   std::int64_t ticksRun_ = 0;

@@ -23,13 +23,23 @@ using namespace std::chrono_literals;
 
 asio::awaitable<void> nothingMore() { co_return; }
 
+struct RecordingNapHold final : NapHold {
+  void hold(bool on) override { told.push_back(on); }
+  std::vector<bool> told;
+};
+
+struct RecordingNotifications final : Notifications {
+  void post(const std::string& title, const std::string& body) override { posted.push_back(title + ": " + body); }
+  std::vector<std::string> posted;
+};
+
 class CompanionWithManualClock : public ::testing::Test {
  protected:
   ~CompanionWithManualClock() override { QuarlLog::install(nullptr); }
   std::shared_ptr<Companion> companion(std::shared_ptr<HttpTransport> transport = nullptr) {
     return Companion::create(CompanionParts{io_.get_executor(), clock_, defaults_, keychain_, transport ? transport : transport_,
                                             host_, ClientIdentity{"linux", 1, "0.1.0", "test", "Linux"}, "/nonexistent/chat.db",
-                                            nullptr, std::nullopt, page_});
+                                            nullptr, std::nullopt, page_, nullptr, nullptr, napHold_, notifications_});
   }
   void signIn() {
     defaults_->write(keys::deviceId, "dev-1");
@@ -53,6 +63,8 @@ class CompanionWithManualClock : public ::testing::Test {
   std::shared_ptr<testing::RefusingTransport> transport_ = std::make_shared<testing::RefusingTransport>();
   std::shared_ptr<testing::FakeCompanionHost> host_ = std::make_shared<testing::FakeCompanionHost>(clock_);
   std::shared_ptr<testing::FakeWhatsAppPage> page_ = std::make_shared<testing::FakeWhatsAppPage>();
+  std::shared_ptr<RecordingNapHold> napHold_ = std::make_shared<RecordingNapHold>();
+  std::shared_ptr<RecordingNotifications> notifications_ = std::make_shared<RecordingNotifications>();
   std::shared_ptr<testing::CapturingLogSink> log_ = testing::CapturingLogSink::installed();
 };
 
@@ -115,6 +127,24 @@ TEST_F(CompanionWithManualClock, ASignOutLeavesARunningTickWithoutAClientAndDrop
   pass(6s);
   EXPECT_FALSE(keychain_->read(keys::accessTokenAccount) || keychain_->read(keys::refreshTokenAccount));
   EXPECT_EQ(linesContaining("quarl: a token rotation of a session that has ended came late — dropped"), 1);
+}
+
+TEST_F(CompanionWithManualClock, NapIsHeldOffExactlyWhileSignedInAndOnlyARisingWaitingCountIsAnnounced) {
+  auto service = std::make_shared<testing::ScriptedTransport>("https://api.quarl.app", clock_);
+  for (const auto* waiting : {R"("needsYou":2)", R"("needsYou":1,"followUpCount":2)", R"("needsYou":1)", R"("needsYou":0)",
+                              R"("needsYou":1)"}) {
+    service->answer("/v1/relay/heartbeat", 200, std::string(R"({"channels":[],"waitingJobs":0,)") + waiting + "}");
+  }
+  signIn();
+  auto coordinator = companion(service);
+  for (int tick = 0; tick < 5; ++tick) testing::runAwaitable(io_, coordinator->guardedTick());
+  coordinator->signOut();
+  testing::runAwaitable(io_, coordinator->guardedTick());
+  EXPECT_EQ(napHold_->told, (std::vector<bool>{true, true, true, true, true, false}));
+  EXPECT_EQ(notifications_->posted, (std::vector<std::string>{"Quarl: 2 things are waiting for you in Quarl.",
+                                                              "Quarl: 3 things are waiting for you in Quarl.",
+                                                              "Quarl: 1 thing is waiting for you in Quarl."}))
+      << "a count that falls says nothing; one that rises again after it does";
 }
 
 TEST_F(CompanionWithManualClock, ABurstOfStoreChangesRunsTheLivePassOnceAfterItSettles) {

@@ -321,6 +321,7 @@ asio::awaitable<bool> MessagesCapture::handOver(BrainClient& client, const Captu
                                                 ChatDatabase::MessageBatch batch, PassCounts& counts, bool live) {
   bool everyOne = true;
   bool remembered = false;
+  if (!batch.messages.empty()) lastReadAt_ = clock_->now();
   for (auto& message : batch.messages) {
     ++counts.read;
     if (ingested_.contains(message.guid)) continue;

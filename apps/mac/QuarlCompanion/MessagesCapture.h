@@ -67,6 +67,8 @@ class MessagesCapture {
 
   void setOwnSends(std::shared_ptr<OwnSends> ownSends) { ownSends_ = std::move(ownSends); }
   const std::optional<ChatDatabaseCaptureReport>& report() const { return report_; }
+  // When a pass of either kind last read messages from the store; none before the first.
+  const std::optional<SystemTime>& lastReadAt() const { return lastReadAt_; }
 
  private:
   struct PassCounts;
@@ -95,6 +97,7 @@ class MessagesCapture {
   std::shared_ptr<OwnSends> ownSends_;
   IngestedRecently ingested_;
   std::optional<ChatDatabaseCaptureReport> report_;
+  std::optional<SystemTime> lastReadAt_;
   std::optional<ReadWhole> tickRead_, liveRead_;
   // When a pass last found nothing left to hand over: every message dated before it is with the
   // service, so receipts and reactions up to then may go even when the newest message, and so the

@@ -76,6 +76,7 @@ TEST_F(HeartbeatAgainstDevBrain, ChannelIdsAreLearnedOnceAndKeptThroughAnswersWi
 // A late renewal makes the live pass and the tick's heartbeat, both refused, wait on one exchange.
 TEST_F(HeartbeatAgainstDevBrain, StagesThatRunTogetherRenewARefusedSessionOnceAndKeepTheNewPair) {
   tick();
+  EXPECT_EQ(companion_->state().summary(clock_->now()), "Signed in — no messages read yet");
   {
     testing::MessagesStore store(storePath_);
     store.message({.guid = "m1", .chat = store.chat("+1555", "iMessage"), .text = "hi",
@@ -90,6 +91,9 @@ TEST_F(HeartbeatAgainstDevBrain, StagesThatRunTogetherRenewARefusedSessionOnceAn
   io_.run();
   EXPECT_EQ(admin_.get("/admin/stats").at("ingested"), 1);
   EXPECT_NE(keychain_->read(keys::refreshTokenAccount), refreshBefore);
+  EXPECT_TRUE(companion_->state().lastCaptureAt);
+  EXPECT_THAT(companion_->state().summary(clock_->now()), ::testing::StartsWith("Last read "))
+      << "a pass that read messages is the last read";
 
   // The next tick signs with the renewed token, without another exchange.
   tick();

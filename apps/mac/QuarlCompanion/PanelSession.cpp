@@ -1,0 +1,22 @@
+#include "PanelSession.h"
+
+#include <boost/algorithm/string/predicate.hpp>
+
+namespace quarl {
+
+PanelSession::Outcome PanelSession::outcomeOf(int status) {
+  if (status >= 200 && status <= 299) return Outcome::established;
+  if (status == 429) return Outcome::rateLimited;
+  if (status == 401) return Outcome::signInNeeded;
+  return Outcome::refused;
+}
+
+std::vector<std::string> PanelSession::setCookieValues(const HttpHeaders& headers) {
+  std::vector<std::string> values;
+  for (const auto& [name, value] : headers) {
+    if (boost::algorithm::iequals(name, "set-cookie")) values.push_back(value);
+  }
+  return values;
+}
+
+}  // namespace quarl
