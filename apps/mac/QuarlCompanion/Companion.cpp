@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <random>
 
+#include "MacModeMenu.h"
 #include "PairingClient.h"
 #include "QuarlLog.h"
 #include "RandomText.h"
@@ -226,6 +227,7 @@ asio::awaitable<void> Companion::offerChannels() {
   if (whatsapp_->isEnabled()) {
     auto settled = co_await whatsapp_->settledStateIfKnown();
     if (settled) state_.whatsappLinked = WhatsAppWeb::hostsSessionAfter(*settled, state_.whatsappLinked);
+    if (settled) whatsappSeen_ = settled;
     whatsapp = WhatsAppStanding{std::move(settled), whatsapp_->unavailableReason()};
   }
   const bool hostsSession = parts_.defaults->boolean(keys::whatsappHostsSession).value_or(false);
@@ -243,6 +245,7 @@ asio::awaitable<void> Companion::captureWhatsApp() {
   if (!whatsapp_->hasNavigated()) co_await whatsapp_->load();
   if (whatsapp_->unavailableReason()) co_return;
   const auto state = co_await whatsapp_->refreshState();
+  whatsappSeen_ = state;
   const auto skipped = [](std::string_view reason) {
     QuarlLog::say("quarl: whatsapp capture skipped — " + std::string(reason));
   };
@@ -406,6 +409,7 @@ void Companion::applyHeartbeat(const HeartbeatResponse& answer, const std::vecto
       QuarlLog::say(line);
     }
   }
+  if (const auto mode = MacModeMenu::mode(answer.macPermissionMode)) operatorMode_ = mode;
   state_.lastHeartbeatAt = parts_.clock->now();
   QuarlLog::say("quarl: heartbeat ok, advertising " + (advertised.empty() ? std::string("nothing") : joinedChannels(advertised)));
 }
@@ -540,6 +544,25 @@ void Companion::signOut() {
     parts_.windows->showSetupWindow();
   }
   QuarlLog::say("quarl: signed out — credentials forgotten, this Mac has stopped relaying");
+}
+
+CompanionStatus Companion::status() const {
+  CompanionStatus status;
+  status.running = true;
+  status.signedIn = state_.signIn.isSignedIn();
+  if (settings_.credentials) status.deviceId = settings_.credentials->deviceId;
+  status.summary = state_.summary(parts_.clock->now());
+  status.offered = state_.advertisableChannels();
+  status.whyNot = state_.blockedReason ? state_.blockedReason
+                  : state_.chatDbBlockedReason ? state_.chatDbBlockedReason
+                                               : state_.unconnectedChannelWarning();
+  status.lastCaptureAt = state_.lastCaptureAt;
+  status.whatsapp = {whatsapp_->isEnabled(), parts_.defaults->boolean(keys::whatsappHostsSession).value_or(false),
+                     whatsapp_->unavailableReason(), whatsappSeen_};
+  status.operatorAllowed = operatorCaps().switchOn;
+  status.mode = operatorMode_;
+  if (operatorLink_) status.liveRun = operatorLink_->liveRunId();
+  return status;
 }
 
 void Companion::note(std::string_view failure, std::string_view doing) {

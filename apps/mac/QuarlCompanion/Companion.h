@@ -11,6 +11,7 @@
 #include "BrainClient.h"
 #include "CompanionSettings.h"
 #include "CompanionState.h"
+#include "CompanionStatus.h"
 #include "MessagesCapture.h"
 #include "MessagesRelay.h"
 #include "OperatorLink.h"
@@ -120,6 +121,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
   WhatsAppSession& whatsapp() { return *whatsapp_; }
 
   const CompanionState& state() const { return state_; }
+  // What the menu shows, gathered for `status`.
+  CompanionStatus status() const;
   const CompanionSettings& settings() const { return settings_; }
   // The user code of the pairing under way, for the sign-in page; none otherwise.
   const std::optional<std::string>& pairingCode() const { return pairingCode_; }
@@ -170,6 +173,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
   std::optional<std::string> badgeLabel_;
   std::optional<std::string> pairingCode_;
   ArrivalNotifier arrivals_{parts_.notifications};
+  std::optional<WhatsAppWeb::SessionState> whatsappSeen_;  // what the page showed when last read
+  std::optional<MacPermissionMode> operatorMode_;          // the service's mode for this Mac, as last heard
   std::shared_ptr<PanelView> panelWebView_;
   std::string panelPath_{PanelSession::appPath};
   bool panelSignedIn_ = false;       // the view holds cookies of this Mac's session

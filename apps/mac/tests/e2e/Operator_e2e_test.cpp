@@ -118,9 +118,16 @@ TEST_F(OperatorAgainstDevBrain, EveryStepIsAnsweredAndARunTheOwnerStoppedStaysSt
   operatorStop();
   EXPECT_TRUE(eventually([&] { return admin_.requestsTo(stoppedPath("run-3")) >= 2; }));
   EXPECT_EQ(refusalOf("run-4", listFiles), noWords);
+  const auto running = home_.printed({"status"});
+  EXPECT_THAT(running, HasSubstr("Quarl is running on this computer.\n"));
+  EXPECT_THAT(running, HasSubstr("\nWhatsApp: not switched on\n"));
+  EXPECT_THAT(running, HasSubstr("\nOperator mode: on, mode Ask me; run run-4 is live\n"));
   quitHost();
   EXPECT_EQ(stoppedBy("run-4"), "quit");
   EXPECT_EQ(stoppedBy("run-3"), "");
+  const auto kept = home_.printed({"status"});
+  EXPECT_THAT(kept, HasSubstr("Quarl is not running on this computer; this is what it keeps.\nSigned in as device "));
+  EXPECT_THAT(kept, HasSubstr("\nOperator mode: on\n"));
   const auto nobodyAnswers = operatorStop();
   EXPECT_EQ(nobodyAnswers.code, 1);
   EXPECT_THAT(nobodyAnswers.log, HasSubstr("Quarl is not running on this computer, so there was nothing to stop."));

@@ -84,6 +84,16 @@ class HostHome {
     return run;
   }
   Run runOnce() const { return run({"--once"}, environment()); }
+  // Runs the host with `arguments` until it exits; what it printed on standard output.
+  std::string printed(const std::vector<std::string>& arguments) const {
+    boost::process::ipstream output;
+    boost::process::child host(QUARL_COMPANION_PATH, boost::process::args(arguments), environment(),
+                               boost::process::std_out > output, boost::process::std_err > boost::process::null);
+    std::string text, line;
+    while (std::getline(output, line)) text += line + "\n";
+    host.wait();
+    return text;
+  }
   // Starts the host until it is stopped, its standard error going to `log`.
   boost::process::child start(const boost::process::environment& environment, const std::filesystem::path& log) const {
     return boost::process::child(QUARL_COMPANION_PATH, environment, boost::process::std_out > boost::process::null,

@@ -46,6 +46,11 @@ std::string answerTo(const std::string& command, const HostControl::Commands& co
     commands.signOut();
     return std::string(HostControl::signedOutSentence);
   }
+  if (command == "status" && commands.status) {
+    auto text = commands.status();
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+  }
   return "That is not something Quarl can be asked here.";
 }
 

@@ -28,6 +28,8 @@ class HostControl {
     std::function<void()> signOut;
     // Links WhatsApp, handing each piece of its progress to `say` as it happens.
     std::function<boost::asio::awaitable<void>(std::function<void(const std::string&)> say)> linkWhatsApp;
+    // What the menu would show, as lines of text.
+    std::function<std::string()> status;
   };
 
   static std::filesystem::path socketPath(const std::filesystem::path& configDirectory);
@@ -41,8 +43,8 @@ class HostControl {
   // Starts answering; the sentence of why it cannot, or none.
   std::optional<std::string> listen();
 
-  // The command's side: sends `command` ("stop", "on", "off" or "sign-out") to the running host. Its
-  // sentence, or none when no host answers.
+  // The command's side: sends `command` ("stop", "on", "off", "sign-out" or "status") to the
+  // running host. Its answer, or none when no host answers.
   static std::optional<std::string> ask(const std::filesystem::path& socket, const std::string& command);
   // Sends `command` and hands each line of the answer to `line` as it arrives, until the host
   // closes the connection; the last line, or none when no host answers.

@@ -10,6 +10,7 @@
 //                             switches WhatsApp on and links it: prints each QR code WhatsApp Web
 //                             shows (and saves a picture of the page) until a phone scans it, through
 //                             the running host when one runs
+//   quarl-companion status    what the menu would show: the running host's, else what is kept
 //   quarl-companion extract-text DEVICE INODE BORN PATH
 //                             the text of one found document, as JSON; the host runs it as a child
 #include <boost/asio/co_spawn.hpp>
@@ -176,6 +177,23 @@ int signOut(const std::function<std::shared_ptr<Companion>()>& makeCompanion) {
   return 0;
 }
 
+// The running host says what it knows; without one, what the companion keeps is all there is.
+int showStatus() {
+  const auto directory = configDirectory();
+  if (auto answer = HostControl::ask(HostControl::socketPath(directory), "status")) {
+    std::cout << *answer << std::endl;
+    return 0;
+  }
+  std::string refusal;
+  if (!InstanceLock::take(directory, refusal)) {
+    std::cout << "Quarl is running on this computer but did not answer, so only what it keeps is shown." << std::endl;
+  }
+  SystemClock clock;
+  const auto status = CompanionStatus::kept(FileSettingsStore(directory, clock), FileKeychain(directory, clock));
+  std::cout << status.text(clock.now()) << std::flush;
+  return 0;
+}
+
 int stopOperatorRun() {
   if (auto answer = HostControl::ask(HostControl::socketPath(configDirectory()), "stop")) {
     std::cout << *answer << std::endl;
@@ -232,12 +250,14 @@ int main(int argc, char** argv) {
   if (command == "extract-text") return extractTextCommand(argc, argv);
   const bool switching = command == "operator" && argc == 3 && (choice == "on" || choice == "off");
   const bool known = command.empty() || command == "--once" || command == "sign-out" || command == "operator-stop" ||
-                     command == "whatsapp-link";
+                     command == "whatsapp-link" || command == "status";
   if (!switching && (argc > 2 || !known)) {
-    std::cerr << "usage: quarl-companion [--once | sign-out | operator-stop | operator on|off | whatsapp-link]" << std::endl;
+    std::cerr << "usage: quarl-companion [--once | status | sign-out | operator-stop | operator on|off | whatsapp-link]"
+              << std::endl;
     return 2;
   }
   if (command == "operator-stop") return stopOperatorRun();
+  if (command == "status") return showStatus();
   if (switching) return switchOperator(choice == "on");
   QuarlLog::install(std::make_shared<StandardErrorLogSink>());
 
@@ -300,7 +320,8 @@ int main(int argc, char** argv) {
                        [&companion, picture = directory / "whatsapp-link.png",
                         linking = std::make_shared<bool>(false)](Say say) {
                          return linkForTerminal(companion, picture, std::move(say), linking);
-                       }});
+                       },
+                       [&companion, clock] { return companion->status().text(clock->now()); }});
   if (auto refusal = control.listen()) QuarlLog::say("quarl: commands will not reach this host — " + *refusal);
   asio::signal_set signals(io, SIGINT, SIGTERM);
   signals.async_wait([&](const boost::system::error_code& error, int) {
