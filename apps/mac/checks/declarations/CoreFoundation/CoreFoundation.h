@@ -14,12 +14,25 @@ typedef const struct __CFData* CFDataRef;
 typedef const struct __CFArray* CFArrayRef;
 typedef const struct __CFAllocator* CFAllocatorRef;
 typedef double CFTimeInterval;
+typedef unsigned long CFTypeID;
+typedef const struct __CFBoolean* CFBooleanRef;
+typedef uint16_t UniChar;
+typedef unsigned long UniCharCount;
 typedef signed long CFIndex;
 typedef unsigned char Boolean;
 typedef int32_t OSStatus;
 
 void CFRelease(CFTypeRef cf);
 CFTypeRef CFRetain(CFTypeRef cf);
+CFTypeID CFGetTypeID(CFTypeRef cf);
+
+extern const CFBooleanRef kCFBooleanTrue;
+extern const CFBooleanRef kCFBooleanFalse;
+CFTypeID CFBooleanGetTypeID(void);
+Boolean CFBooleanGetValue(CFBooleanRef boolean);
+
+CFIndex CFArrayGetCount(CFArrayRef theArray);
+const void* CFArrayGetValueAtIndex(CFArrayRef theArray, CFIndex idx);
 
 #ifdef __cplusplus
 }

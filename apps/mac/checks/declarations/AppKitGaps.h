@@ -1,0 +1,19 @@
+// What Apple's AppKit declares and GNUstep's does not, for the Objective-C++ check only.
+#pragma once
+
+#ifdef __OBJC__
+#import <AppKit/AppKit.h>
+
+// AppKit (NSWorkspace.h, macOS 10.15): how an app is opened.
+@interface NSWorkspaceOpenConfiguration : NSObject
++ (instancetype)configuration;
+@property BOOL activates;
+@end
+
+@interface NSWorkspace (QuarlCheckGaps)
+@property(readonly, copy) NSArray<NSRunningApplication*>* runningApplications;
+- (void)openApplicationAtURL:(NSURL*)applicationURL
+               configuration:(NSWorkspaceOpenConfiguration*)configuration
+           completionHandler:(void (^)(NSRunningApplication* app, NSError* error))completionHandler;
+@end
+#endif
