@@ -16,4 +16,17 @@
                configuration:(NSWorkspaceOpenConfiguration*)configuration
            completionHandler:(void (^)(NSRunningApplication* app, NSError* error))completionHandler;
 @end
+// AppKit (macOS 10.12): the convenience makers of a label and a push button.
+@interface NSTextField (QuarlCheckGaps)
++ (instancetype)labelWithString:(NSString*)stringValue;
+@end
+
+@interface NSButton (QuarlCheckGaps)
++ (instancetype)buttonWithTitle:(NSString*)title target:(id)target action:(SEL)action;
+@end
+
+// AppKit (NSAnimation.h, NSAnimatablePropertyContainer): a window's animating proxy.
+@interface NSWindow (QuarlCheckGaps)
+- (instancetype)animator;
+@end
 #endif

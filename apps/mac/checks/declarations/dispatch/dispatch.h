@@ -11,6 +11,7 @@ typedef void (^dispatch_block_t)(void);
 
 dispatch_queue_t dispatch_get_main_queue(void);
 void dispatch_async(dispatch_queue_t queue, dispatch_block_t block);
+void dispatch_async_f(dispatch_queue_t queue, void* context, void (*work)(void* context));
 
 #ifdef __cplusplus
 }
