@@ -507,19 +507,21 @@ asio::awaitable<std::optional<std::string>> Companion::pair() {
       ++session_;
       state_.signIn = SignIn::signedIn(credentials.deviceId);
       panelRemintAttempted_ = false;
+      operatorMode_.reset();
       if (operatorLink_) operatorLink_->wake();
       outcome = std::nullopt;
     }
     break;
   }
   pairingCode_.reset();
-  pairingInProgress_ = false;
   if (deadlinePassed) state_.blockedReason = outcome;
   if (!outcome) {
     // The question waits for the owner's answer; the pairing's caller does not.
     asio::co_spawn(parts_.executor, runWork(shared_from_this(), loginQuestionWork), asio::detached);
+    // Still pairing until the first tick is done: a sign-in press meanwhile starts nothing.
     co_await guardedTick();
   }
+  pairingInProgress_ = false;
   co_return outcome;
 }
 
@@ -538,7 +540,8 @@ void Companion::signOut() {
   state_.signIn = SignIn::signedOut();
   if (operatorLink_) operatorLink_->wake();  // a signed-out Mac ends its live run now
   panelWebView_.reset();
-  panelSignedIn_ = false;
+  whatsappSeen_.reset();
+  operatorMode_.reset();
   if (parts_.windows) {
     parts_.windows->closePanelWindow();
     parts_.windows->showSetupWindow();
@@ -588,7 +591,6 @@ std::string Companion::panelURL() const {
 }
 
 void Companion::showPanelSignIn(const std::optional<std::string>& reason) {
-  panelShowingSignIn_ = true;
   if (panelWebView_) panelWebView_->showSignIn(reason);
 }
 
@@ -599,7 +601,6 @@ asio::awaitable<void> Companion::openPanelWindow(std::string at) {
   panelRemintAttempted_ = false;
   const auto outcome = co_await establishPanelSession(panelWebView_);
   if ((outcome == PanelSession::Outcome::established || outcome == PanelSession::Outcome::rateLimited) && panelWebView_) {
-    panelShowingSignIn_ = false;
     panelWebView_->load(panelURL());
   }
 }
@@ -613,42 +614,43 @@ asio::awaitable<PanelSession::Outcome> Companion::establishPanelSession(std::sha
   };
   auto brain = client();
   if (!brain) {
-    panelShowingSignIn_ = true;
     into->showSignIn(std::nullopt);
     co_return Outcome::signInNeeded;
   }
+  // A sign-out while the request is out closes the window: what comes back is not shown.
+  const auto session = session_;
   auto answer = co_await brain->panelSession();
+  if (session != session_) co_return Outcome::signInNeeded;
   if (!answer && answer.error().isTransport()) co_return unreachable();
   // Signed out while the request was out: the session it asked for is over.
   auto status = answer ? answer->status : 401;
+  // Only a session that is over needs a sign-in: a renewal the service failed for another
+  // reason leaves the 401 a refusal like any other.
+  bool refusedAfterRenewal = false;
   if (status == 401 && answer) {
     const auto renewed = co_await brain->renew();
+    if (session != session_) co_return Outcome::signInNeeded;
     if (renewed) {
       co_await parts_.clock->sleep(PanelSession::attemptPause);
       answer = co_await brain->panelSession();
+      if (session != session_) co_return Outcome::signInNeeded;
       if (!answer && answer.error().isTransport()) co_return unreachable();
       status = answer ? answer->status : 401;
     } else {
       note(renewed.error().description(), "renewing for the panel");
       if (renewed.error().isTransport()) co_return unreachable();
-      // Only a session that is over needs a sign-in; a renewal the service failed otherwise
-      // is a refusal of its own.
-      const auto* refusal = renewed.error().asHttp();
-      if (!renewed.error().isSessionGone()) status = refusal ? refusal->status : 0;
+      refusedAfterRenewal = !renewed.error().isSessionGone();
     }
   }
-  const auto outcome = PanelSession::outcomeOf(status);
+  const auto outcome = refusedAfterRenewal ? Outcome::refused : PanelSession::outcomeOf(status);
   if (outcome == Outcome::established) {
     const auto count = co_await into->storeCookies(PanelSession::setCookieValues(answer->headers), settings_.baseURL);
-    panelSignedIn_ = true;
     QuarlLog::say("quarl: panel session established (" + std::to_string(count) + " cookie(s))");
   }
   if (outcome == Outcome::rateLimited) {
     QuarlLog::say("quarl: panel session rate-limited, reusing the session already in this window");
   }
   if (outcome == Outcome::signInNeeded) {
-    panelSignedIn_ = false;
-    panelShowingSignIn_ = true;
     into->showSignIn(std::string(PanelSession::expiredSentence));
   }
   if (outcome == Outcome::refused) {

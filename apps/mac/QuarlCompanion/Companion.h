@@ -177,8 +177,6 @@ class Companion : public std::enable_shared_from_this<Companion> {
   std::optional<MacPermissionMode> operatorMode_;          // the service's mode for this Mac, as last heard
   std::shared_ptr<PanelView> panelWebView_;
   std::string panelPath_{PanelSession::appPath};
-  bool panelSignedIn_ = false;       // the view holds cookies of this Mac's session
-  bool panelShowingSignIn_ = false;
   bool panelRemintAttempted_ = false;
   std::uint64_t timerGeneration_ = 0;
   std::uint64_t session_ = 0;  // one more at every sign-out and pairing: the rotations of a client belong to its session

@@ -13,8 +13,8 @@ std::string whatsappLine(const CompanionStatus& status) {
   if (!whatsapp.switchedOn) return "not switched on";
   if (whatsapp.unavailable) return "switched on, but this computer cannot hold WhatsApp Web: " + *whatsapp.unavailable;
   if (whatsapp.seen) return WhatsAppWeb::describe(*whatsapp.seen);
-  if (!status.running) return whatsapp.hostsSession ? "switched on; a linked session is kept on this computer"
-                                                     : "switched on, not linked yet";
+  if (!status.running) return whatsapp.hostsSession ? "switched on; this computer last held a linked session"
+                                                     : "switched on, never linked on this computer";
   return "switched on; the page has not been read yet";
 }
 
@@ -54,8 +54,9 @@ std::string CompanionStatus::text(SystemTime now) const {
     if (whyNot && *whyNot != summary) add("Why not more", *whyNot);
     add("Last read", lastCaptureAt ? relativeDateText(*lastCaptureAt, now) : "no messages read yet");
   } else {
-    text += "Quarl is not running on this computer; this is what it keeps.\n";
-    text += signedIn ? "Signed in as device " + *deviceId + ".\n" : "This computer is not signed in to Quarl.\n";
+    // A host may run and not answer, so the files speak only for themselves.
+    text += "No running Quarl answered on this computer; this is what it keeps.\n";
+    text += signedIn ? "Credentials are kept for device " + *deviceId + ".\n" : "This computer is not signed in to Quarl.\n";
     add("Channels the service named", channelIds.empty() ? "none yet" : joinedChannels(channelIds));
     add("Last read", "only a running Quarl reads messages");
   }

@@ -29,11 +29,11 @@ TEST(CompanionStatus, WhatIsKeptSaysOnlyWhatTheFilesProveAndARunningHostSaysWhat
   defaults.write(keys::whatsappEnabled, true);
   defaults.write(keys::whatsappHostsSession, true);
   EXPECT_EQ(CompanionStatus::kept(defaults, keychain).text(clock.now()),
-            "Quarl is not running on this computer; this is what it keeps.\n"
-            "Signed in as device dev-1.\n"
+            "No running Quarl answered on this computer; this is what it keeps.\n"
+            "Credentials are kept for device dev-1.\n"
             "Channels the service named: sms\n"
             "Last read: only a running Quarl reads messages\n"
-            "WhatsApp: switched on; a linked session is kept on this computer\n"
+            "WhatsApp: switched on; this computer last held a linked session\n"
             "Operator mode: off\n");
 
   const auto now = SystemTime(1700000000s);

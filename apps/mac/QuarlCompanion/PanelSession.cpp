@@ -5,7 +5,7 @@
 namespace quarl {
 
 PanelSession::Outcome PanelSession::outcomeOf(int status) {
-  if (status >= 200 && status <= 299) return Outcome::established;
+  if (status == 200) return Outcome::established;
   if (status == 429) return Outcome::rateLimited;
   if (status == 401) return Outcome::signInNeeded;
   return Outcome::refused;

@@ -126,7 +126,8 @@ TEST_F(OperatorAgainstDevBrain, EveryStepIsAnsweredAndARunTheOwnerStoppedStaysSt
   EXPECT_EQ(stoppedBy("run-4"), "quit");
   EXPECT_EQ(stoppedBy("run-3"), "");
   const auto kept = home_.printed({"status"});
-  EXPECT_THAT(kept, HasSubstr("Quarl is not running on this computer; this is what it keeps.\nSigned in as device "));
+  EXPECT_THAT(kept, HasSubstr("No running Quarl answered on this computer; this is what it keeps.\nCredentials are kept "
+                              "for device "));
   EXPECT_THAT(kept, HasSubstr("\nOperator mode: on\n"));
   const auto nobodyAnswers = operatorStop();
   EXPECT_EQ(nobodyAnswers.code, 1);

@@ -177,16 +177,13 @@ int signOut(const std::function<std::shared_ptr<Companion>()>& makeCompanion) {
   return 0;
 }
 
-// The running host says what it knows; without one, what the companion keeps is all there is.
+// The running host says what it knows; when none answers, what the companion keeps is all there
+// is. The lock is not taken to tell a silent host from none: a host starting meanwhile would refuse.
 int showStatus() {
   const auto directory = configDirectory();
   if (auto answer = HostControl::ask(HostControl::socketPath(directory), "status")) {
     std::cout << *answer << std::endl;
     return 0;
-  }
-  std::string refusal;
-  if (!InstanceLock::take(directory, refusal)) {
-    std::cout << "Quarl is running on this computer but did not answer, so only what it keeps is shown." << std::endl;
   }
   SystemClock clock;
   const auto status = CompanionStatus::kept(FileSettingsStore(directory, clock), FileKeychain(directory, clock));
