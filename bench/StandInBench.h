@@ -15,7 +15,7 @@
 #include "SettingsKeys.h"
 #include "WhatsAppPage_linux.h"
 #include "WhatsAppSession.h"
-#include "platform/linux/HttpTransport_linux.h"
+#include "BeastHttpTransport.h"
 
 namespace quarl::bench {
 

@@ -9,7 +9,7 @@
 
 #include "DevBrainProcess.h"
 #include "RunAwaitable.h"
-#include "platform/linux/HttpTransport_linux.h"
+#include "BeastHttpTransport.h"
 
 namespace quarl::testing {
 

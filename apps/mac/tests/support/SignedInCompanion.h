@@ -9,7 +9,7 @@
 #include "FakeCompanionHost.h"
 #include "MemorySettingsStore.h"
 #include "SettingsKeys.h"
-#include "platform/linux/HttpTransport_linux.h"
+#include "BeastHttpTransport.h"
 #include "platform/linux/Keychain_linux.h"
 
 namespace quarl::testing {

@@ -30,7 +30,7 @@
 #include "FileStepExecutor.h"
 #include "MacStepExecutor.h"
 #include "desktop/LinuxDesktop_linux.h"
-#include "HttpTransport_linux.h"
+#include "BeastHttpTransport.h"
 #include "InstanceLock_linux.h"
 #include "KeepAwake_linux.h"
 #include "Keychain_linux.h"

@@ -1,4 +1,4 @@
-#include "HttpTransport_linux.h"
+#include "BeastHttpTransport.h"
 
 #include <sys/socket.h>
 
