@@ -8,6 +8,7 @@
 @interface NSWorkspaceOpenConfiguration : NSObject
 + (instancetype)configuration;
 @property BOOL activates;
+@property BOOL createsNewApplicationInstance;
 @end
 
 @interface NSWorkspace (QuarlCheckGaps)
@@ -16,6 +17,11 @@
                configuration:(NSWorkspaceOpenConfiguration*)configuration
            completionHandler:(void (^)(NSRunningApplication* app, NSError* error))completionHandler;
 @end
+// AppKit (NSApplication.h): the application's tile in the Dock.
+@interface NSApplication (QuarlCheckGaps)
+@property(readonly, strong) NSDockTile* dockTile;
+@end
+
 // AppKit (macOS 10.12): the convenience makers of a label and a push button.
 @interface NSTextField (QuarlCheckGaps)
 + (instancetype)labelWithString:(NSString*)stringValue;

@@ -10,3 +10,17 @@ inline id CFBridgingRelease(CFTypeRef value) { return (id)value; }
 // Foundation (NSObject.h): moves an object's ownership out to Core Foundation.
 inline CFTypeRef CFBridgingRetain(id value) { return (CFTypeRef)value; }
 #endif
+
+#ifdef __OBJC__
+#import <Foundation/NSProcessInfo.h>
+// Foundation (NSProcessInfo.h, macOS 10.10): the running system's version.
+typedef struct {
+  NSInteger majorVersion;
+  NSInteger minorVersion;
+  NSInteger patchVersion;
+} NSOperatingSystemVersion;
+
+@interface NSProcessInfo (QuarlCheckGaps)
+- (BOOL)isOperatingSystemAtLeastVersion:(NSOperatingSystemVersion)version;
+@end
+#endif

@@ -44,6 +44,13 @@ void CGEventKeyboardSetUnicodeString(CGEventRef event, UniCharCount stringLength
 void CGEventSetFlags(CGEventRef event, CGEventFlags flags);
 void CGEventPostToPid(pid_t pid, CGEventRef event);
 
+typedef uint32_t CGDirectDisplayID;
+CGDirectDisplayID CGMainDisplayID(void);
+Boolean CGDisplayIsAsleep(CGDirectDisplayID display);
+bool CGPreflightScreenCaptureAccess(void);
+bool CGPreflightPostEventAccess(void);
+CFDictionaryRef CGSessionCopyCurrentDictionary(void);
+
 #ifdef __cplusplus
 }
 #endif
