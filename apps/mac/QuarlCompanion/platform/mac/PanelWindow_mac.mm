@@ -1,0 +1,178 @@
+#include "PanelWindow_mac.h"
+
+#import <AppKit/AppKit.h>
+#import <WebKit/WebKit.h>
+
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/this_coro.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+#include "PanelPages.h"
+
+namespace {
+
+NSString* text(std::string_view value) {
+  return [[NSString alloc] initWithBytes:value.data() length:value.size() encoding:NSUTF8StringEncoding];
+}
+
+}  // namespace
+
+// What the web view asks of the application: its messages, downloads and file picker.
+@interface QuarlPanelDelegate : NSObject <WKScriptMessageHandler, WKNavigationDelegate, WKUIDelegate, WKDownloadDelegate> {
+ @public
+  quarl::MacPanelView::Handlers handlers;
+}
+@end
+
+@implementation QuarlPanelDelegate
+- (void)userContentController:(WKUserContentController*)controller didReceiveScriptMessage:(WKScriptMessage*)message {
+  (void)controller;
+  if (![[message body] isKindOfClass:[NSString class]]) return;
+  NSString* body = [message body];
+  if ([body isEqualToString:text(quarl::PanelPages::signInMessage)] && handlers.signIn) handlers.signIn();
+  if ([body isEqualToString:text(quarl::PanelPages::sessionLapsedMessage)] && handlers.sessionLapsed) {
+    handlers.sessionLapsed();
+  }
+}
+
+- (void)webView:(WKWebView*)webView
+    decidePolicyForNavigationResponse:(WKNavigationResponse*)navigationResponse
+                      decisionHandler:(void (^)(WKNavigationResponsePolicy))decisionHandler {
+  (void)webView;
+  decisionHandler([navigationResponse canShowMIMEType] ? WKNavigationResponsePolicyAllow
+                                                       : WKNavigationResponsePolicyDownload);
+}
+
+- (void)webView:(WKWebView*)webView
+    navigationResponse:(WKNavigationResponse*)navigationResponse
+     didBecomeDownload:(WKDownload*)download {
+  (void)webView;
+  (void)navigationResponse;
+  download.delegate = self;
+}
+
+// A download goes to the Downloads folder under its suggested name, never over a file there.
+- (void)download:(WKDownload*)download
+    decideDestinationUsingResponse:(NSURLResponse*)response
+                 suggestedFilename:(NSString*)suggestedFilename
+                 completionHandler:(void (^)(NSURL* destination))completionHandler {
+  (void)download;
+  (void)response;
+  NSFileManager* files = [NSFileManager defaultManager];
+  NSURL* folder = [NSURL
+      fileURLWithPath:[NSSearchPathForDirectoriesInDomains(NSDownloadsDirectory, NSUserDomainMask, YES) firstObject]];
+  NSString* name = [suggestedFilename lastPathComponent];
+  NSURL* destination = [folder URLByAppendingPathComponent:name];
+  for (int copy = 2; [files fileExistsAtPath:[destination path]]; ++copy) {
+    NSString* numbered = [NSString stringWithFormat:@"%@ %d", [name stringByDeletingPathExtension], copy];
+    if ([[name pathExtension] length] > 0) numbered = [numbered stringByAppendingPathExtension:[name pathExtension]];
+    destination = [folder URLByAppendingPathComponent:numbered];
+  }
+  completionHandler(destination);
+}
+
+- (void)webView:(WKWebView*)webView
+    runOpenPanelWithParameters:(WKOpenPanelParameters*)parameters
+              initiatedByFrame:(WKFrameInfo*)frame
+             completionHandler:(void (^)(NSArray<NSURL*>* URLs))completionHandler {
+  (void)frame;
+  NSOpenPanel* picker = [NSOpenPanel openPanel];
+  [picker setAllowsMultipleSelection:[parameters allowsMultipleSelection]];
+  [picker setCanChooseDirectories:NO];
+  [picker beginSheetModalForWindow:[webView window]
+                 completionHandler:^(NSModalResponse result) {
+                   completionHandler(result == NSModalResponseOK ? [picker URLs] : nil);
+                 }];
+}
+@end
+
+namespace quarl {
+
+struct MacPanelView::Window {
+  NSWindow* window = nil;
+  WKWebView* view = nil;
+  QuarlPanelDelegate* delegate = nil;
+};
+
+MacPanelView::MacPanelView(Handlers handlers) : window_(new Window) {
+  window_->delegate = [[QuarlPanelDelegate alloc] init];
+  window_->delegate->handlers = std::move(handlers);
+  WKWebViewConfiguration* configuration = [[WKWebViewConfiguration alloc] init];
+  configuration.websiteDataStore = [WKWebsiteDataStore defaultDataStore];
+  [configuration.userContentController addScriptMessageHandler:window_->delegate name:text(PanelPages::handlerName)];
+
+  NSWindowStyleMask style = NSWindowStyleMaskTitled;
+  style |= NSWindowStyleMaskClosable;
+  style |= NSWindowStyleMaskResizable;
+  style |= NSWindowStyleMaskMiniaturizable;
+  NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, 1100, 760)
+                                                 styleMask:style
+                                                   backing:NSBackingStoreBuffered
+                                                     defer:NO];
+  [window setTitle:@"Quarl"];
+  [window setReleasedWhenClosed:NO];
+  [window setFrameAutosaveName:@"QuarlPanel"];
+  WKWebView* view = [[WKWebView alloc] initWithFrame:[[window contentView] bounds] configuration:configuration];
+  [view setAutoresizingMask:NSViewWidthSizable | NSViewHeightSizable];
+  view.navigationDelegate = window_->delegate;
+  view.UIDelegate = window_->delegate;
+  [[window contentView] addSubview:view];
+  window_->window = window;
+  window_->view = view;
+}
+
+MacPanelView::~MacPanelView() {
+  [window_->view.configuration.userContentController removeScriptMessageHandlerForName:text(PanelPages::handlerName)];
+  [window_->window close];
+  delete window_;
+}
+
+void MacPanelView::bringUp() {
+  if (![window_->window isVisible]) [window_->window center];
+  [NSApp activateIgnoringOtherApps:YES];
+  [window_->window makeKeyAndOrderFront:nil];
+}
+
+void MacPanelView::close() { [window_->window close]; }
+
+// Each header is read on its own: a dictionary holds one Set-Cookie value, a response many.
+boost::asio::awaitable<std::size_t> MacPanelView::storeCookies(std::vector<std::string> setCookie, std::string url) {
+  auto executor = co_await boost::asio::this_coro::executor;
+  NSURL* site = [NSURL URLWithString:text(url)];
+  NSMutableArray* cookies = [NSMutableArray array];
+  for (const auto& header : setCookie) {
+    NSDictionary* fields = [NSDictionary dictionaryWithObject:text(header) forKey:@"Set-Cookie"];
+    [cookies addObjectsFromArray:[NSHTTPCookie cookiesWithResponseHeaderFields:fields forURL:site]];
+  }
+  WKHTTPCookieStore* store = window_->view.configuration.websiteDataStore.httpCookieStore;
+  for (NSHTTPCookie* cookie in cookies) {
+    // The panel must not load before its cookies are in: each one is awaited.
+    auto stored = std::make_shared<boost::asio::steady_timer>(executor, boost::asio::steady_timer::time_point::max());
+    [store setCookie:cookie
+        completionHandler:^{
+          boost::asio::post(stored->get_executor(), [stored] { stored->cancel(); });
+        }];
+    co_await stored->async_wait(boost::asio::as_tuple(boost::asio::use_awaitable));
+  }
+  co_return static_cast<std::size_t>([cookies count]);
+}
+
+void MacPanelView::load(const std::string& url) {
+  NSURL* address = [NSURL URLWithString:text(url)];
+  if (address) [window_->view loadRequest:[NSURLRequest requestWithURL:address]];
+}
+
+void MacPanelView::reload() { [window_->view reload]; }
+
+void MacPanelView::showSignIn(const std::optional<std::string>& reason) {
+  const auto code = window_->delegate->handlers.pairingCode ? window_->delegate->handlers.pairingCode() : std::nullopt;
+  [window_->view loadHTMLString:text(PanelPages::signIn(reason, code)) baseURL:nil];
+}
+
+void MacPanelView::showNotice(const std::optional<std::string>& heading, const std::string& body) {
+  [window_->view loadHTMLString:text(PanelPages::notice(heading, body)) baseURL:nil];
+}
+
+}  // namespace quarl
