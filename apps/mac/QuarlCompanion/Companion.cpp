@@ -125,6 +125,46 @@ bool Companion::setOperatorAllowed(bool on) {
   return true;
 }
 
+bool Companion::setKeepAwakeWhileWorking(bool on) {
+  if (!parts_.defaults->write(keys::keepAwakeWhileWorking, json::value(on))) return false;
+  if (operatorLink_) operatorLink_->refreshKeepAwake();
+  asio::co_spawn(parts_.executor, runWork(shared_from_this(), heartbeatWork), asio::detached);
+  return true;
+}
+
+asio::awaitable<std::optional<std::string>> Companion::chooseMode(MacPermissionMode chosen) {
+  auto brain = client();
+  if (!brain) co_return "Sign this Mac in to Quarl first: its permission mode is kept by the service.";
+  const auto choice = MacModeMenu::choose(chosen, operatorMode_, settings_.credentials->deviceId);
+  if (const auto* open = std::get_if<MacModeMenu::OpenSettings>(&choice)) {
+    if (!parts_.windows) {
+      co_return "A wider mode is chosen by your own press on Quarl's settings page: " +
+          PanelSession::joined(settings_.baseURL, open->path);
+    }
+    co_await openPanelWindow(open->path);
+    co_return std::nullopt;
+  }
+  const auto* set = std::get_if<MacModeMenu::SetMode>(&choice);
+  if (!set) co_return std::nullopt;
+  const auto session = session_;
+  const auto answer = co_await brain->setPermissionMode(settings_.credentials->deviceId, std::string(rawValue(set->mode)));
+  if (!answer) {
+    note(answer.error().description(), "setting the permission mode");
+    co_return "Quarl could not reach the service, so this Mac's permission mode is unchanged.";
+  }
+  if (answer->status / 100 != 2) {
+    note("the service answered " + std::to_string(answer->status), "setting the permission mode");
+    co_return "The service did not take the change, so this Mac's permission mode is unchanged.";
+  }
+  if (session == session_) operatorMode_ = set->mode;
+  co_return std::nullopt;
+}
+
+std::string Companion::checkForUpdates() {
+  QuarlLog::updateCheckWithoutFeed();
+  return "This build of Quarl has no update feed, so it cannot check for updates. Install a newer build to update it.";
+}
+
 std::optional<std::string> Companion::stopOperating() {
   return operatorLink_ ? operatorLink_->stop(OperatorEndCode::menu) : std::nullopt;
 }
@@ -562,7 +602,9 @@ CompanionStatus Companion::status() const {
   status.lastCaptureAt = state_.lastCaptureAt;
   status.whatsapp = {whatsapp_->isEnabled(), parts_.defaults->boolean(keys::whatsappHostsSession).value_or(false),
                      whatsapp_->unavailableReason(), whatsappSeen_};
-  status.operatorAllowed = operatorCaps().switchOn;
+  const auto caps = operatorCaps();
+  status.operatorAllowed = caps.switchOn;
+  status.keepAwake = caps.keepAwake;
   status.mode = operatorMode_;
   if (operatorLink_) status.liveRun = operatorLink_->liveRunId();
   return status;
@@ -572,7 +614,7 @@ void Companion::note(std::string_view failure, std::string_view doing) {
   QuarlLog::say("quarl: " + std::string(doing) + " failed — " + std::string(failure));
 }
 
-void Companion::launched() {
+void Companion::showMainWindow() {
   if (parts_.defaults->string(keys::deviceId) && hasCredentials()) {
     asio::co_spawn(parts_.executor, openPanelAt(shared_from_this(), std::string(PanelSession::appPath)), asio::detached);
   } else {
@@ -584,11 +626,7 @@ void Companion::showSetupWindow() {
   if (parts_.windows) parts_.windows->showSetupWindow();
 }
 
-std::string Companion::panelURL() const {
-  auto base = settings_.baseURL;
-  while (!base.empty() && base.back() == '/') base.pop_back();
-  return base + panelPath_;
-}
+std::string Companion::panelURL() const { return PanelSession::joined(settings_.baseURL, panelPath_); }
 
 void Companion::showPanelSignIn(const std::optional<std::string>& reason) {
   if (panelWebView_) panelWebView_->showSignIn(reason);

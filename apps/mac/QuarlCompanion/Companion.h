@@ -87,8 +87,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
   // Logs a failure together with a short phrase naming what was being done.
   static void note(std::string_view failure, std::string_view doing);
 
-  // Launch has finished: the panel when this Mac is paired, else the setup window.
-  void launched();
+  // At launch and from the menu: the panel when this Mac is paired, else the setup window.
+  void showMainWindow();
   void showSetupWindow();
   // Brings the panel window up, signs its web view in with this Mac's session and opens `at`
   // of the panel's site.
@@ -107,6 +107,16 @@ class Companion : public std::enable_shared_from_this<Companion> {
   // The owner's operator switch: saved, told to the service, and a live run ends when it goes
   // off. Whether the choice was saved; an unsaved choice changes nothing.
   bool setOperatorAllowed(bool on);
+  // The owner's "Keep my Mac awake while Quarl works": saved and told to the service, and a
+  // live run's hold follows it at once. Whether the choice was saved.
+  bool setKeepAwakeWhileWorking(bool on);
+  // The menu's mode picker: a narrower mode is set on the service at once; a wider one opens
+  // the service's settings page in the panel, where only the owner's press can set it. The
+  // sentence for the owner when the choice did not take, or where to make it on a host
+  // without windows.
+  boost::asio::awaitable<std::optional<std::string>> chooseMode(MacPermissionMode chosen);
+  // "Check for Updates…" in a build that has no update feed: what to tell the owner.
+  static std::string checkForUpdates();
   // The menu's "Stop operating this Mac": the run that was stopped, if one was live.
   std::optional<std::string> stopOperating();
   // Quitting: the live run ends with "quit", and its report gets up to `bound` to go out.

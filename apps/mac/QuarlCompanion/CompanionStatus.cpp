@@ -20,6 +20,7 @@ std::string whatsappLine(const CompanionStatus& status) {
 
 std::string operatorLine(const CompanionStatus& status) {
   std::string line = status.operatorAllowed ? "on" : "off";
+  if (status.keepAwake) line += ", keeps the computer awake while it works";
   if (status.mode) line += ", mode " + std::string(label(*status.mode));
   else if (status.running) line += ", mode not heard from the service yet";
   if (status.liveRun) return line + "; run " + *status.liveRun + " is live";
@@ -39,6 +40,7 @@ CompanionStatus CompanionStatus::kept(const SettingsStore& defaults, const Keych
   status.whatsapp.switchedOn = defaults.boolean(keys::whatsappEnabled).value_or(false);
   status.whatsapp.hostsSession = defaults.boolean(keys::whatsappHostsSession).value_or(false);
   status.operatorAllowed = defaults.boolean(keys::operatorAllowed).value_or(false);
+  status.keepAwake = defaults.boolean(keys::keepAwakeWhileWorking).value_or(false);
   return status;
 }
 

@@ -32,6 +32,7 @@ struct CompanionStatus {
   std::optional<SystemTime> lastCaptureAt;
   WhatsApp whatsapp;
   bool operatorAllowed = false;
+  bool keepAwake = false;  // the owner lets the operator keep this computer awake while it works
   std::optional<MacPermissionMode> mode;  // as the service last said; none before it has
   std::optional<std::string> liveRun;
 

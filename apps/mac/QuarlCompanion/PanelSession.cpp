@@ -4,6 +4,11 @@
 
 namespace quarl {
 
+std::string PanelSession::joined(std::string_view baseURL, std::string_view path) {
+  while (baseURL.ends_with('/')) baseURL.remove_suffix(1);
+  return std::string(baseURL) + std::string(path);
+}
+
 PanelSession::Outcome PanelSession::outcomeOf(int status) {
   if (status == 200) return Outcome::established;
   if (status == 429) return Outcome::rateLimited;

@@ -33,6 +33,8 @@ struct PanelSession {
   // Where the panel window opens when the Mac is paired.
   static constexpr std::string_view appPath = "/app";
 
+  // The address of `path` (which starts with "/") on the panel's site at `baseURL`.
+  static std::string joined(std::string_view baseURL, std::string_view path);
   // The outcome of an answer with this status.
   static Outcome outcomeOf(int status);
   // The value of every Set-Cookie header, in the order they came; header names in any case.

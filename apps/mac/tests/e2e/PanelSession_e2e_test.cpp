@@ -113,7 +113,7 @@ class PanelSessionAgainstDevBrain : public ::testing::Test {
 };
 
 TEST_F(PanelSessionAgainstDevBrain, EachAnswerOfTheServiceLeavesTheWindowSignedInOrSaysWhy) {
-  companion_->launched();
+  companion_->showMainWindow();
   io_.restart();
   io_.run();
   const auto& view = *windows_->view;
@@ -189,7 +189,7 @@ TEST_F(PanelSessionAgainstDevBrain, TheSignInButtonPairsOnceHowOftenItIsPressedA
   companion_->signOut();
   EXPECT_THAT(windows_->shown, ElementsAre("panel closed", "setup"));
   companion_ = make();
-  companion_->launched();
+  companion_->showMainWindow();
   EXPECT_THAT(windows_->shown, ElementsAre("panel closed", "setup", "setup"));
   openPanel();
   EXPECT_EQ(lastShown(), "sign in: (first sign-in)");
@@ -228,6 +228,40 @@ TEST_F(PanelSessionAgainstDevBrain, TheSignInButtonPairsOnceHowOftenItIsPressedA
   testing::runAwaitable(io_, make()->offerToStartAtLogin());
   EXPECT_EQ(loginItem_->asked.size(), 1u) << "asked once, ever";
   EXPECT_THAT(log_->lines(), Not(Contains(HasSubstr("panel session refused"))));
+}
+
+TEST_F(PanelSessionAgainstDevBrain, TheModePickerNarrowsOnTheServiceAndOpensItsSettingsToWiden) {
+  admin_.post("/admin/devices/mode", {{"deviceId", deviceId_}, {"mode", "auto"}});
+  testing::runAwaitable(io_, companion_->heartbeat());
+  ASSERT_EQ(companion_->status().mode, MacPermissionMode::automatic);
+  const auto modePath = "/v1/mac/devices/" + deviceId_ + "/permissions/mode";
+
+  EXPECT_EQ(testing::runAwaitable(io_, companion_->chooseMode(MacPermissionMode::autoRead)), std::nullopt);
+  EXPECT_EQ(companion_->status().mode, MacPermissionMode::autoRead);
+  EXPECT_EQ(testing::runAwaitable(io_, companion_->chooseMode(MacPermissionMode::autoRead)), std::nullopt);
+  EXPECT_EQ(admin_.requestsTo(modePath), 1) << "the mode already held is not set again";
+
+  EXPECT_EQ(testing::runAwaitable(io_, companion_->chooseMode(MacPermissionMode::automatic)), std::nullopt);
+  EXPECT_EQ(lastShown(), "load " + brain_.baseURL() + "/app/settings?mac=" + deviceId_ + "&mode=auto");
+  EXPECT_EQ(admin_.requestsTo(modePath), 1) << "a wider mode is the owner's press on the service's page";
+  EXPECT_EQ(companion_->status().mode, MacPermissionMode::autoRead);
+
+  admin_.post("/admin/faults", {{"path", modePath}, {"status", 503}});
+  EXPECT_EQ(testing::runAwaitable(io_, companion_->chooseMode(MacPermissionMode::ask)),
+            "The service did not take the change, so this Mac's permission mode is unchanged.");
+  EXPECT_THAT(log_->lines(), Contains("quarl: setting the permission mode failed — the service answered 503"));
+  EXPECT_EQ(companion_->status().mode, MacPermissionMode::autoRead);
+
+  const auto heartbeats = admin_.requestsTo("/v1/relay/heartbeat");
+  ASSERT_TRUE(companion_->setKeepAwakeWhileWorking(true));
+  io_.restart();
+  io_.run();
+  EXPECT_TRUE(companion_->status().keepAwake);
+  EXPECT_EQ(admin_.requestsTo("/v1/relay/heartbeat"), heartbeats + 1) << "the service hears the choice at once";
+
+  companion_->signOut();
+  EXPECT_EQ(testing::runAwaitable(io_, companion_->chooseMode(MacPermissionMode::ask)),
+            "Sign this Mac in to Quarl first: its permission mode is kept by the service.");
 }
 
 }  // namespace
