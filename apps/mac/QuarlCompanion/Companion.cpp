@@ -734,12 +734,29 @@ asio::awaitable<void> Companion::offerToStartAtLogin() {
   parts_.defaults->write(keys::askedAboutLogin, json::value(true));
   const auto loginItem = parts_.loginItem;
   const bool yes = co_await loginItem->ask(loginQuestion());
-  if (!yes) co_return;
-  if (const auto error = loginItem->registerMainApplication()) {
+  if (yes) startAtLogin();
+}
+
+void Companion::startAtLogin() {
+  if (!parts_.loginItem) return;
+  if (const auto error = parts_.loginItem->registerMainApplication()) {
     QuarlLog::say("quarl: could not register as a login item: " + *error);
-    loginItem->tell(
+    parts_.loginItem->tell(
         "Quarl could not add itself to your login items. You can add it in System Settings → General → Login Items.");
   }
+}
+
+asio::awaitable<std::optional<std::string>> Companion::signInFromSetup() {
+  if (pairingInProgress_) co_return std::nullopt;
+  auto failure = co_await pair();
+  if (!failure) showMainWindow();
+  co_return failure;
+}
+
+SetupFacts Companion::setupFacts() {
+  const auto caps = parts_.host->operatorCaps();
+  return {state_.signIn.isSignedIn(), pairingCode_, state_.canReadMessages, caps.accessibility, caps.screenRecording,
+          parts_.loginItem && parts_.loginItem->isRegistered()};
 }
 
 }  // namespace quarl

@@ -16,6 +16,7 @@
 #include "MessagesRelay.h"
 #include "OperatorLink.h"
 #include "PanelSession.h"
+#include "SetupSteps.h"
 #include "platform/CompanionHost.h"
 #include "platform/CompanionWindows.h"
 #include "platform/Keychain.h"
@@ -101,6 +102,13 @@ class Companion : public std::enable_shared_from_this<Companion> {
   boost::asio::awaitable<void> signInFromPanel();
   // Asks once, ever, whether the application should open at login.
   boost::asio::awaitable<void> offerToStartAtLogin();
+  // The setup window's "Open at Login": registers, or tells the owner where to do it.
+  void startAtLogin();
+  // The setup window's sign-in button: pairs, then opens the panel; the failure's sentence to
+  // show beside the button. A press while pairing does nothing.
+  boost::asio::awaitable<std::optional<std::string>> signInFromSetup();
+  // What the setup window shows as done and still to do.
+  SetupFacts setupFacts();
 
   // What the operator may do now: the host's readings with the owner's switch and keep-awake.
   OperatorCaps operatorCaps() const;

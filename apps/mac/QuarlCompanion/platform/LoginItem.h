@@ -23,6 +23,8 @@ class LoginItem {
   virtual boost::asio::awaitable<bool> ask(LoginQuestion question) = 0;
   // Registers the application to open at login; none on success, else the system's description of the failure.
   virtual std::optional<std::string> registerMainApplication() = 0;
+  // The application opens at login now.
+  virtual bool isRegistered() = 0;
   virtual void tell(const std::string& sentence) = 0;
 };
 

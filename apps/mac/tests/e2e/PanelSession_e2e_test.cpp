@@ -68,6 +68,7 @@ class ScriptedLoginItem final : public LoginItem {
     co_return true;
   }
   std::optional<std::string> registerMainApplication() override { return "the login items are locked"; }
+  bool isRegistered() override { return false; }
   void tell(const std::string& sentence) override { told.push_back(sentence); }
 
   std::vector<LoginQuestion> asked;
@@ -205,6 +206,13 @@ TEST_F(PanelSessionAgainstDevBrain, TheSignInButtonPairsOnceHowOftenItIsPressedA
   while (!second && io_.run_one() > 0) {}
   ASSERT_TRUE(second);
   EXPECT_THAT(log_->lines(), Contains("quarl: pairing already running — ignoring a second panel sign-in press"));
+  EXPECT_EQ(companion_->setupFacts().pairingCode, companion_->pairingCode());
+  bool fromSetup = false;
+  boost::asio::co_spawn(io_, companion_->signInFromSetup(), [&](std::exception_ptr, std::optional<std::string> failure) {
+    fromSetup = true;
+    EXPECT_EQ(failure, std::nullopt) << "a press in the setup window while pairing starts nothing and fails nothing";
+  });
+  while (!fromSetup && io_.run_one() > 0) {}
   admin_.post("/admin/pairings/approve", {{"userCode", *companion_->pairingCode()}});
   io_.restart();
   while (!done && io_.run_one() > 0) {}

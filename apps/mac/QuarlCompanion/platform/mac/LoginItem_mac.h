@@ -10,6 +10,7 @@ class MacLoginItem final : public LoginItem {
  public:
   boost::asio::awaitable<bool> ask(LoginQuestion question) override;
   std::optional<std::string> registerMainApplication() override;
+  bool isRegistered() override;
   void tell(const std::string& sentence) override;
 };
 

@@ -35,6 +35,12 @@ std::optional<std::string> MacLoginItem::registerMainApplication() {
   }
 }
 
+bool MacLoginItem::isRegistered() {
+  @autoreleasepool {
+    return [[SMAppService mainAppService] status] == SMAppServiceStatusEnabled;
+  }
+}
+
 void MacLoginItem::tell(const std::string& sentence) {
   @autoreleasepool {
     NSAlert* alert = [[NSAlert alloc] init];
