@@ -22,5 +22,6 @@ typedef struct {
 
 @interface NSProcessInfo (QuarlCheckGaps)
 - (BOOL)isOperatingSystemAtLeastVersion:(NSOperatingSystemVersion)version;
+@property(readonly) NSOperatingSystemVersion operatingSystemVersion;
 @end
 #endif

@@ -1,0 +1,31 @@
+#include "platform/HostIdentity.h"
+
+#import <Foundation/Foundation.h>
+
+#include <cstdlib>
+
+namespace quarl {
+
+namespace {
+
+std::string bundleString(NSString* key, const char* otherwise) {
+  id value = [[NSBundle mainBundle] objectForInfoDictionaryKey:key];
+  return [value isKindOfClass:[NSString class]] ? std::string([value UTF8String]) : otherwise;
+}
+
+}  // namespace
+
+// The version and build are the bundle's own, so that what the service sees is what the owner
+// installed.
+ClientIdentity hostIdentity() {
+  @autoreleasepool {
+    const NSOperatingSystemVersion system = [[NSProcessInfo processInfo] operatingSystemVersion];
+    NSString* name = [[NSHost currentHost] localizedName];
+    return ClientIdentity{"macos", std::strtoll(bundleString(@"CFBundleVersion", "0").c_str(), nullptr, 10),
+                          bundleString(@"CFBundleShortVersionString", "0"), name ? [name UTF8String] : "Mac",
+                          "macOS " + std::to_string(system.majorVersion) + "." + std::to_string(system.minorVersion) +
+                              "." + std::to_string(system.patchVersion)};
+  }
+}
+
+}  // namespace quarl
