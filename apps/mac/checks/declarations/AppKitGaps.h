@@ -17,9 +17,11 @@
                configuration:(NSWorkspaceOpenConfiguration*)configuration
            completionHandler:(void (^)(NSRunningApplication* app, NSError* error))completionHandler;
 @end
-// AppKit (NSApplication.h): the application's tile in the Dock.
+// AppKit (NSApplication.h): the application's tile in the Dock, and its activation policy
+// (macOS 10.6).
 @interface NSApplication (QuarlCheckGaps)
 @property(readonly, strong) NSDockTile* dockTile;
+- (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy;
 @end
 
 // AppKit (macOS 10.12): the convenience makers of a label and a push button.
@@ -34,5 +36,14 @@
 // AppKit (NSAnimation.h, NSAnimatablePropertyContainer): a window's animating proxy.
 @interface NSWindow (QuarlCheckGaps)
 - (instancetype)animator;
+@end
+// AppKit (NSMenu.h, macOS 10.6).
+@interface NSMenu (QuarlCheckGaps)
+- (void)removeAllItems;
+@end
+
+// AppKit (NSStatusItem.h, macOS 10.10): the button that shows a status item.
+@interface NSStatusItem (QuarlCheckGaps)
+@property(readonly, strong) NSStatusBarButton* button;
 @end
 #endif

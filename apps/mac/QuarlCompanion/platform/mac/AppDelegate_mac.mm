@@ -1,0 +1,120 @@
+#import "AppDelegate_mac.h"
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <chrono>
+#include <thread>
+#include <unistd.h>
+
+#include "BeastHttpTransport.h"
+#include "BundleIdentity.h"
+#include "Companion.h"
+#include "CompanionHost_mac.h"
+#include "CompanionWindows_mac.h"
+#include "KeepAwake_mac.h"
+#include "Keychain_mac.h"
+#include "LogSink_mac.h"
+#include "LoginItem_mac.h"
+#include "MainQueue_mac.h"
+#include "NapHold_mac.h"
+#include "Notifications_mac.h"
+#include "OperatorBar_mac.h"
+#include "QueueExecutor.h"
+#include "SettingsStore_mac.h"
+#include "StatusMenu_mac.h"
+#include "StopHotKey_mac.h"
+#include "StoreWatcher_mac.h"
+#include "platform/HostIdentity.h"
+
+namespace {
+
+// How long a quit waits for the stop of a live run to reach the service.
+constexpr std::chrono::seconds stopReportBound{2};
+
+NSString* text(std::string_view value) {
+  return [[NSString alloc] initWithBytes:value.data() length:value.size() encoding:NSUTF8StringEncoding];
+}
+
+// What the application is made of. The network's timers and sockets run on a thread of their
+// own; every completion comes back to the main queue, where the coordinator lives.
+struct Application {
+  boost::asio::io_context network;
+  boost::asio::executor_work_guard<boost::asio::io_context::executor_type> keepRunning =
+      boost::asio::make_work_guard(network);
+  std::thread networkThread{[this] { network.run(); }};
+  boost::asio::any_io_executor main{quarl::QueueExecutor(network, quarl::postToMainQueue, nullptr)};
+  std::shared_ptr<quarl::MacCompanionWindows> windows = std::make_shared<quarl::MacCompanionWindows>(main);
+  std::shared_ptr<quarl::Companion> companion;
+  std::unique_ptr<quarl::MacStatusMenu> menu;
+
+  ~Application() {
+    keepRunning.reset();
+    network.stop();
+    networkThread.join();
+  }
+};
+
+// The one application of this process.
+std::unique_ptr<Application> application;
+
+}  // namespace
+
+@implementation QuarlAppDelegate
+
+// Only one copy ever runs: a second one brings the first forward and ends.
+- (void)applicationWillFinishLaunching:(NSNotification*)notification {
+  (void)notification;
+  NSString* identifier = [[NSBundle mainBundle] bundleIdentifier] ?: text(quarl::bundleIdentifier);
+  for (NSRunningApplication* running in [NSRunningApplication runningApplicationsWithBundleIdentifier:identifier]) {
+    if ([running processIdentifier] != ::getpid()) {
+      [running activateWithOptions:0];
+      [NSApp terminate:nil];
+      return;
+    }
+  }
+  [NSApp setActivationPolicy:NSApplicationActivationPolicyRegular];
+}
+
+- (void)applicationDidFinishLaunching:(NSNotification*)notification {
+  (void)notification;
+  quarl::QuarlLog::install(std::make_shared<quarl::MacLogSink>());
+  application = std::make_unique<Application>();
+  auto& app = *application;
+  auto clock = std::make_shared<quarl::SystemClock>();
+  app.companion = quarl::Companion::create(quarl::CompanionParts{
+      app.main, clock, std::make_shared<quarl::MacSettingsStore>(),
+      std::make_shared<quarl::MacKeychain>(std::string(quarl::bundleIdentifier)),
+      std::make_shared<quarl::BeastHttpTransport>(app.main), std::make_shared<quarl::MacCompanionHost>(),
+      quarl::hostIdentity(), quarl::ChatDatabase::defaultPath(), std::make_shared<quarl::MacStoreWatcher>(app.main),
+      std::nullopt, nullptr, app.windows, std::make_shared<quarl::MacLoginItem>(),
+      std::make_shared<quarl::MacNapHold>(), std::make_shared<quarl::MacNotifications>()});
+  app.windows->attach(app.companion);
+  app.menu = std::make_unique<quarl::MacStatusMenu>(app.companion, app.main, [] { [NSApp terminate:nil]; });
+  quarl::MacNotifications::askToAllow([](bool) {});
+  app.companion->start();
+  app.companion->showMainWindow();
+}
+
+// The Dock icon pressed while running: the window the Mac's state calls for.
+- (BOOL)applicationShouldHandleReopen:(NSApplication*)sender hasVisibleWindows:(BOOL)visible {
+  (void)sender;
+  if (!visible && application) application->companion->showMainWindow();
+  return YES;
+}
+
+// A live run ends with "quit", and its report is given a moment to reach the service.
+- (NSApplicationTerminateReply)applicationShouldTerminate:(NSApplication*)sender {
+  (void)sender;
+  if (!application || !application->companion) return NSTerminateNow;
+  application->companion->stopTimers();
+  boost::asio::co_spawn(application->main, application->companion->finishOperating(stopReportBound),
+                        [](std::exception_ptr) { [NSApp replyToApplicationShouldTerminate:YES]; });
+  return NSTerminateLater;
+}
+
+- (void)applicationWillTerminate:(NSNotification*)notification {
+  (void)notification;
+  application.reset();
+}
+@end
