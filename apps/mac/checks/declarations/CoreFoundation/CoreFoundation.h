@@ -11,6 +11,7 @@ typedef const void* CFTypeRef;
 typedef const struct __CFString* CFStringRef;
 typedef const struct __CFDictionary* CFDictionaryRef;
 typedef const struct __CFData* CFDataRef;
+typedef struct __CFData* CFMutableDataRef;
 typedef const struct __CFArray* CFArrayRef;
 typedef const struct __CFAllocator* CFAllocatorRef;
 typedef double CFTimeInterval;
