@@ -110,7 +110,8 @@ void Companion::start() {
 
 OperatorCaps Companion::operatorCaps() const {
   auto caps = parts_.host->operatorCaps();
-  caps.switchOn = parts_.defaults->boolean(keys::operatorAllowed).value_or(false);
+  // A host that cannot operate never tells the service it may, whatever the setting says.
+  caps.switchOn = operatorLink_ && parts_.defaults->boolean(keys::operatorAllowed).value_or(false);
   caps.keepAwake = parts_.defaults->boolean(keys::keepAwakeWhileWorking).value_or(false);
   return caps;
 }
@@ -517,6 +518,8 @@ asio::awaitable<std::optional<std::string>> Companion::pair() {
     co_return started.error().description();
   }
   pairingCode_ = started->userCode;
+  // A panel open on its sign-in page shows the code to approve in place of its button.
+  showPanelSignIn(std::nullopt);
   parts_.host->showPairingCode(started->userCode, started->verificationUrl);
 
   std::optional<std::string> outcome = std::string(pairingExpiredSentence);
@@ -603,6 +606,7 @@ CompanionStatus Companion::status() const {
   status.whatsapp = {whatsapp_->isEnabled(), parts_.defaults->boolean(keys::whatsappHostsSession).value_or(false),
                      whatsapp_->unavailableReason(), whatsappSeen_};
   const auto caps = operatorCaps();
+  status.canOperate = operatorLink_ != nullptr;
   status.operatorAllowed = caps.switchOn;
   status.keepAwake = caps.keepAwake;
   status.mode = operatorMode_;

@@ -28,11 +28,14 @@ std::vector<CompanionMenu::Item> CompanionMenu::items(const CompanionStatus& sta
     }
   }
 
-  newSection = true;
-  add("Let Quarl operate this Mac", switchOperator, status.operatorAllowed);
-  add("Keep my Mac awake while Quarl works", keepAwake, status.keepAwake);
-  if (status.liveRun) add("Stop operating this Mac", stopOperating);
-  if (status.signedIn) {
+  // A host without the operator's parts offers none of its controls.
+  if (status.canOperate) {
+    newSection = true;
+    add("Let Quarl operate this Mac", switchOperator, status.operatorAllowed);
+    add("Keep my Mac awake while Quarl works", keepAwake, status.keepAwake);
+    if (status.liveRun) add("Stop operating this Mac", stopOperating);
+  }
+  if (status.canOperate && status.signedIn) {
     newSection = true;
     add("How freely Quarl works on this Mac");
     // No mode is ticked until the service has said which one it holds.

@@ -22,6 +22,7 @@ const CompanionMenu::Item& item(const std::vector<CompanionMenu::Item>& items, c
 
 TEST(CompanionMenu, ItOffersOnlyWhatTheMacCanDoNowAndTicksWhatIsOn) {
   CompanionStatus signedOut;
+  signedOut.canOperate = true;
   signedOut.summary = "This Mac is not signed in to Quarl.";
   EXPECT_THAT(titles(CompanionMenu::items(signedOut)),
               ::testing::ElementsAre("This Mac is not signed in to Quarl.", "Sign In…", "Let Quarl operate this Mac",
@@ -29,6 +30,7 @@ TEST(CompanionMenu, ItOffersOnlyWhatTheMacCanDoNowAndTicksWhatIsOn) {
 
   CompanionStatus working;
   working.signedIn = true;
+  working.canOperate = true;
   working.summary = "Last read 2 minutes ago";
   working.operatorAllowed = true;
   working.liveRun = "run-7";
@@ -58,6 +60,11 @@ TEST(CompanionMenu, ItOffersOnlyWhatTheMacCanDoNowAndTicksWhatIsOn) {
   working.whatsapp.unavailable = "this build has no WebKit";
   EXPECT_THAT(titles(CompanionMenu::items(working)), ::testing::Not(::testing::Contains("Link WhatsApp…")))
       << "a host that cannot hold the page does not offer to link it";
+
+  working.canOperate = false;
+  EXPECT_THAT(titles(CompanionMenu::items(working)),
+              ::testing::ElementsAre("Last read 2 minutes ago", "Open Quarl", "Check for Updates…", "Sign Out", "Quit Quarl"))
+      << "a host without the operator's parts offers none of its controls";
 }
 
 }  // namespace

@@ -31,6 +31,7 @@ struct CompanionStatus {
   std::vector<std::string> channelIds;  // the kinds the service has named a channel for
   std::optional<SystemTime> lastCaptureAt;
   WhatsApp whatsapp;
+  bool canOperate = false;  // this host has what operating the computer needs; running hosts only
   bool operatorAllowed = false;
   bool keepAwake = false;  // the owner lets the operator keep this computer awake while it works
   std::optional<MacPermissionMode> mode;  // as the service last said; none before it has

@@ -1,5 +1,6 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <map>
 
@@ -201,6 +202,8 @@ TEST_F(PanelSessionAgainstDevBrain, TheSignInButtonPairsOnceHowOftenItIsPressedA
   io_.restart();
   while (!companion_->pairingCode() && !done && io_.run_one() > 0) {}
   ASSERT_TRUE(companion_->pairingCode());
+  EXPECT_EQ(std::count(windows_->view->shown.begin(), windows_->view->shown.end(), "sign in: (first sign-in)"), 2)
+      << "the sign-in page is drawn again once the code to approve is known";
   bool second = false;
   boost::asio::co_spawn(io_, companion_->signInFromPanel(), [&](std::exception_ptr) { second = true; });
   while (!second && io_.run_one() > 0) {}

@@ -19,9 +19,6 @@ class MacCompanionHost final : public CompanionHost {
   // Opens the pane of System Settings named by `anchor` under Privacy & Security, such as
   // "Privacy_AllFiles" for Full Disk Access.
   static void openPrivacyPane(const std::string& anchor);
-  // Starts a new copy of the application and quits this one, so that a permission granted
-  // meanwhile takes effect.
-  static void relaunch();
 };
 
 }  // namespace quarl

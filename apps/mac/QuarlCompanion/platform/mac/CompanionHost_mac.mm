@@ -82,7 +82,7 @@ OperatorCaps MacCompanionHost::operatorCaps() {
     NSString* store = [NSHomeDirectory() stringByAppendingPathComponent:@"Library/Messages/chat.db"];
     caps.fullDiskAccess = stateOf([[NSFileManager defaultManager] isReadableFileAtPath:store] == YES);
     caps.unlockedAtScreen = unlockedAtScreen();
-    NSOperatingSystemVersion screenCaptureKit{12, 3, 0};
+    NSOperatingSystemVersion screenCaptureKit{14, 0, 0};  // SCScreenshotManager
     caps.osTooOld = [[NSProcessInfo processInfo] isOperatingSystemAtLeastVersion:screenCaptureKit] != YES;
     caps.displayCount = static_cast<int>([[NSScreen screens] count]);
     caps.displaysAsleep = CGDisplayIsAsleep(CGMainDisplayID()) != 0;
@@ -94,22 +94,6 @@ void MacCompanionHost::openPrivacyPane(const std::string& anchor) {
   @autoreleasepool {
     NSString* address = [@"x-apple.systempreferences:com.apple.preference.security?" stringByAppendingString:text(anchor)];
     [[NSWorkspace sharedWorkspace] openURL:[NSURL URLWithString:address]];
-  }
-}
-
-void MacCompanionHost::relaunch() {
-  @autoreleasepool {
-    NSURL* application = [[NSBundle mainBundle] bundleURL];
-    NSWorkspaceOpenConfiguration* configuration = [NSWorkspaceOpenConfiguration configuration];
-    configuration.createsNewApplicationInstance = YES;
-    [[NSWorkspace sharedWorkspace] openApplicationAtURL:application
-                                          configuration:configuration
-                                      completionHandler:^(NSRunningApplication*, NSError* error) {
-                                        if (error) return;
-                                        dispatch_async(dispatch_get_main_queue(), ^{
-                                          [NSApp terminate:nil];
-                                        });
-                                      }];
   }
 }
 
