@@ -5,6 +5,7 @@
 #include <boost/asio/io_context.hpp>
 #include <chrono>
 #include <thread>
+#include <utility>
 #include <unistd.h>
 
 #include "BeastHttpTransport.h"
@@ -12,18 +13,15 @@
 #include "Companion.h"
 #include "CompanionHost_mac.h"
 #include "CompanionWindows_mac.h"
-#include "KeepAwake_mac.h"
 #include "Keychain_mac.h"
 #include "LogSink_mac.h"
 #include "LoginItem_mac.h"
 #include "MainQueue_mac.h"
 #include "NapHold_mac.h"
 #include "Notifications_mac.h"
-#include "OperatorBar_mac.h"
 #include "QueueExecutor.h"
 #include "SettingsStore_mac.h"
 #include "StatusMenu_mac.h"
-#include "StopHotKey_mac.h"
 #include "StoreWatcher_mac.h"
 #include "platform/HostIdentity.h"
 
@@ -58,6 +56,41 @@ struct Application {
 // The one application of this process.
 std::unique_ptr<Application> application;
 
+// Answers AppKit's question of whether to quit, once however many ways reach it.
+void quitOnce() {
+  static bool answered = false;
+  if (std::exchange(answered, true)) return;
+  [NSApp replyToApplicationShouldTerminate:YES];
+}
+
+NSMenuItem* itemFor(NSString* title, SEL action, NSString* key) {
+  return [[NSMenuItem alloc] initWithTitle:title action:action keyEquivalent:key];
+}
+
+// The application's menu bar while a window is in front: Quit, and the editing keys the panel's
+// and setup's fields answer to.
+NSMenu* mainMenu() {
+  NSMenu* bar = [[NSMenu alloc] initWithTitle:@""];
+  NSMenu* quarl = [[NSMenu alloc] initWithTitle:@"Quarl"];
+  [quarl addItem:itemFor(@"Quit Quarl", @selector(terminate:), @"q")];
+  NSMenu* edit = [[NSMenu alloc] initWithTitle:@"Edit"];
+  [edit addItem:itemFor(@"Undo", @selector(undo:), @"z")];
+  [edit addItem:itemFor(@"Redo", @selector(redo:), @"Z")];
+  [edit addItem:[NSMenuItem separatorItem]];
+  [edit addItem:itemFor(@"Cut", @selector(cut:), @"x")];
+  [edit addItem:itemFor(@"Copy", @selector(copy:), @"c")];
+  [edit addItem:itemFor(@"Paste", @selector(paste:), @"v")];
+  [edit addItem:itemFor(@"Select All", @selector(selectAll:), @"a")];
+  NSMenu* window = [[NSMenu alloc] initWithTitle:@"Window"];
+  [window addItem:itemFor(@"Close", @selector(performClose:), @"w")];
+  for (NSMenu* menu in [NSArray arrayWithObjects:quarl, edit, window, nil]) {
+    NSMenuItem* holder = [[NSMenuItem alloc] initWithTitle:[menu title] action:nullptr keyEquivalent:@""];
+    [holder setSubmenu:menu];
+    [bar addItem:holder];
+  }
+  return bar;
+}
+
 }  // namespace
 
 @implementation QuarlAppDelegate
@@ -79,6 +112,7 @@ std::unique_ptr<Application> application;
 - (void)applicationDidFinishLaunching:(NSNotification*)notification {
   (void)notification;
   quarl::QuarlLog::install(std::make_shared<quarl::MacLogSink>());
+  [NSApp setMainMenu:mainMenu()];
   application = std::make_unique<Application>();
   auto& app = *application;
   auto clock = std::make_shared<quarl::SystemClock>();
@@ -103,14 +137,25 @@ std::unique_ptr<Application> application;
   return YES;
 }
 
-// A live run ends with "quit", and its report is given a moment to reach the service.
+// A live run ends with "quit", and its report is given a moment to reach the service; the
+// quit goes on after that moment whatever became of the report.
 - (NSApplicationTerminateReply)applicationShouldTerminate:(NSApplication*)sender {
   (void)sender;
   if (!application || !application->companion) return NSTerminateNow;
   application->companion->stopTimers();
+  if (!application->companion->status().liveRun) return NSTerminateNow;
   boost::asio::co_spawn(application->main, application->companion->finishOperating(stopReportBound),
-                        [](std::exception_ptr) { [NSApp replyToApplicationShouldTerminate:YES]; });
+                        [](std::exception_ptr) { quitOnce(); });
+  NSArray* modes = [NSArray arrayWithObjects:NSDefaultRunLoopMode, NSModalPanelRunLoopMode, nil];
+  [self performSelector:@selector(quitAfterTheReportsMoment)
+             withObject:nil
+             afterDelay:static_cast<double>(stopReportBound.count()) + 1.0
+                inModes:modes];
   return NSTerminateLater;
+}
+
+- (void)quitAfterTheReportsMoment {
+  quitOnce();
 }
 
 - (void)applicationWillTerminate:(NSNotification*)notification {

@@ -30,6 +30,7 @@ class MacCompanionWindows final : public CompanionWindows {
 
  private:
   void pressed(int step);
+  void redrawAfterPress();
 
   boost::asio::any_io_executor executor_;
   std::weak_ptr<Companion> companion_;

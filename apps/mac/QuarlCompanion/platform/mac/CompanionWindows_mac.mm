@@ -166,16 +166,22 @@ void MacCompanionWindows::pressed(int index) {
                               setup_->failure = std::move(failure);
                               refreshSetupWindow();
                             });
-      refreshSetupWindow();
+      redrawAfterPress();
       return;
     case SetupStep::Action::openPrivacyPane:
       MacCompanionHost::openPrivacyPane(step.privacyPane);
       return;
     case SetupStep::Action::openAtLogin:
       companion->startAtLogin();
-      refreshSetupWindow();
+      redrawAfterPress();
       return;
   }
+}
+
+// The window's buttons are replaced when it is drawn again, so it is drawn once the press that
+// asked for it has returned, never under the button still sending its action.
+void MacCompanionWindows::redrawAfterPress() {
+  [setup_->target performSelector:@selector(refresh:) withObject:nil afterDelay:0];
 }
 
 std::shared_ptr<PanelView> MacCompanionWindows::openPanelWindow() {

@@ -3,6 +3,8 @@
 #import <AppKit/AppKit.h>
 #import <ServiceManagement/ServiceManagement.h>
 
+#include "Alert_mac.h"
+
 namespace quarl {
 
 namespace {
@@ -11,20 +13,15 @@ NSString* text(const std::string& value) { return [NSString stringWithUTF8String
 
 }  // namespace
 
-// The alert is modal: it runs its own loop on the main thread until it is answered, as a
-// question that must be answered before anything else on the Mac's screen is.
+// The alert is modal, a question answered before anything else on the Mac's screen; the
+// coordinator's work goes on meanwhile.
 boost::asio::awaitable<bool> MacLoginItem::ask(LoginQuestion question) {
-  bool yes = false;
-  @autoreleasepool {
-    NSAlert* alert = [[NSAlert alloc] init];
-    [alert setMessageText:text(question.message)];
-    [alert setInformativeText:text(question.informativeText)];
-    [alert addButtonWithTitle:text(question.yes)];
-    [alert addButtonWithTitle:text(question.no)];
-    [NSApp activateIgnoringOtherApps:YES];
-    yes = [alert runModal] == NSAlertFirstButtonReturn;
-  }
-  co_return yes;
+  NSAlert* alert = [[NSAlert alloc] init];
+  [alert setMessageText:text(question.message)];
+  [alert setInformativeText:text(question.informativeText)];
+  [alert addButtonWithTitle:text(question.yes)];
+  [alert addButtonWithTitle:text(question.no)];
+  co_return co_await answerTo(alert) == NSAlertFirstButtonReturn;
 }
 
 std::optional<std::string> MacLoginItem::registerMainApplication() {
@@ -41,13 +38,6 @@ bool MacLoginItem::isRegistered() {
   }
 }
 
-void MacLoginItem::tell(const std::string& sentence) {
-  @autoreleasepool {
-    NSAlert* alert = [[NSAlert alloc] init];
-    [alert setMessageText:text(sentence)];
-    [alert addButtonWithTitle:@"OK"];
-    [alert runModal];
-  }
-}
+void MacLoginItem::tell(const std::string& sentence) { tellLater(sentence); }
 
 }  // namespace quarl

@@ -7,19 +7,13 @@
 #include <chrono>
 
 #include "Companion.h"
+#include "Alert_mac.h"
 #include "CompanionMenu.h"
 
 namespace {
 
 NSString* text(std::string_view value) {
   return [[NSString alloc] initWithBytes:value.data() length:value.size() encoding:NSUTF8StringEncoding];
-}
-
-void tell(const std::string& sentence) {
-  NSAlert* alert = [[NSAlert alloc] init];
-  [alert setMessageText:text(sentence)];
-  [alert addButtonWithTitle:@"OK"];
-  [alert runModal];
 }
 
 // How long the page stays up for a phone to scan its code.
@@ -79,12 +73,12 @@ constexpr std::chrono::seconds whatsappLinkBound{300};
       break;
     case Action::switchOperator:
       if (!companion->setOperatorAllowed(!entry.checked)) {
-        tell("The setting could not be saved, so operator mode is unchanged.");
+        quarl::tellLater("The setting could not be saved, so operator mode is unchanged.");
       }
       break;
     case Action::keepAwake:
       if (!companion->setKeepAwakeWhileWorking(!entry.checked)) {
-        tell("The setting could not be saved, so Quarl still keeps the Mac awake as before.");
+        quarl::tellLater("The setting could not be saved, so Quarl still keeps the Mac awake as before.");
       }
       break;
     case Action::stopOperating:
@@ -93,11 +87,11 @@ constexpr std::chrono::seconds whatsappLinkBound{300};
     case Action::chooseMode:
       boost::asio::co_spawn(executor, companion->chooseMode(*entry.mode),
                             [](std::exception_ptr, std::optional<std::string> sentence) {
-                              if (sentence) tell(*sentence);
+                              if (sentence) quarl::tellLater(*sentence);
                             });
       break;
     case Action::checkForUpdates:
-      tell(quarl::Companion::checkForUpdates());
+      quarl::tellLater(quarl::Companion::checkForUpdates());
       break;
     case Action::signOut:
       companion->signOut();
