@@ -166,6 +166,10 @@ std::string Companion::checkForUpdates() {
   return "This build of Quarl has no update feed, so it cannot check for updates. Install a newer build to update it.";
 }
 
+std::optional<std::string> Companion::liveRunId() const {
+  return operatorLink_ ? operatorLink_->liveRunId() : std::nullopt;
+}
+
 std::optional<std::string> Companion::stopOperating() {
   return operatorLink_ ? operatorLink_->stop(OperatorEndCode::menu) : std::nullopt;
 }
@@ -610,7 +614,7 @@ CompanionStatus Companion::status() const {
   status.operatorAllowed = caps.switchOn;
   status.keepAwake = caps.keepAwake;
   status.mode = operatorMode_;
-  if (operatorLink_) status.liveRun = operatorLink_->liveRunId();
+  status.liveRun = liveRunId();
   return status;
 }
 

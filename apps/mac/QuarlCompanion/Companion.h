@@ -125,6 +125,8 @@ class Companion : public std::enable_shared_from_this<Companion> {
   boost::asio::awaitable<std::optional<std::string>> chooseMode(MacPermissionMode chosen);
   // "Check for Updates…" in a build that has no update feed: what to tell the owner.
   static std::string checkForUpdates();
+  // The operator's live run, if one is.
+  std::optional<std::string> liveRunId() const;
   // The menu's "Stop operating this Mac": the run that was stopped, if one was live.
   std::optional<std::string> stopOperating();
   // Quitting: the live run ends with "quit", and its report gets up to `bound` to go out.

@@ -7,6 +7,8 @@
 #include <boost/asio/use_awaitable.hpp>
 #include <memory>
 
+#include "platform/mac/Text_mac.h"
+
 // Holds an alert until the run loop, outside any queue block, gets to it.
 @interface QuarlAlertRunner : NSObject {
  @public
@@ -47,7 +49,7 @@ boost::asio::awaitable<NSModalResponse> answerTo(NSAlert* alert) {
 
 void tellLater(const std::string& sentence) {
   NSAlert* alert = [[NSAlert alloc] init];
-  [alert setMessageText:[NSString stringWithUTF8String:sentence.c_str()]];
+  [alert setMessageText:nsString(sentence)];
   [alert addButtonWithTitle:@"OK"];
   runAlertLater(alert, nullptr);
 }

@@ -24,15 +24,12 @@
 #include "StatusMenu_mac.h"
 #include "StoreWatcher_mac.h"
 #include "platform/HostIdentity.h"
+#include "platform/mac/Text_mac.h"
 
 namespace {
 
 // How long a quit waits for the stop of a live run to reach the service.
 constexpr std::chrono::seconds stopReportBound{2};
-
-NSString* text(std::string_view value) {
-  return [[NSString alloc] initWithBytes:value.data() length:value.size() encoding:NSUTF8StringEncoding];
-}
 
 // What the application is made of. The network's timers and sockets run on a thread of their
 // own; every completion comes back to the main queue, where the coordinator lives.
@@ -98,7 +95,7 @@ NSMenu* mainMenu() {
 // Only one copy ever runs: a second one brings the first forward and ends.
 - (void)applicationWillFinishLaunching:(NSNotification*)notification {
   (void)notification;
-  NSString* identifier = [[NSBundle mainBundle] bundleIdentifier] ?: text(quarl::bundleIdentifier);
+  NSString* identifier = [[NSBundle mainBundle] bundleIdentifier] ?: quarl::nsString(quarl::bundleIdentifier);
   for (NSRunningApplication* running in [NSRunningApplication runningApplicationsWithBundleIdentifier:identifier]) {
     if ([running processIdentifier] != ::getpid()) {
       [running activateWithOptions:0];
@@ -143,7 +140,7 @@ NSMenu* mainMenu() {
   (void)sender;
   if (!application || !application->companion) return NSTerminateNow;
   application->companion->stopTimers();
-  if (!application->companion->status().liveRun) return NSTerminateNow;
+  if (!application->companion->liveRunId()) return NSTerminateNow;
   boost::asio::co_spawn(application->main, application->companion->finishOperating(stopReportBound),
                         [](std::exception_ptr) { quitOnce(); });
   NSArray* modes = [NSArray arrayWithObjects:NSDefaultRunLoopMode, NSModalPanelRunLoopMode, nil];

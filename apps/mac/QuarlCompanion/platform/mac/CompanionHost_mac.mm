@@ -7,12 +7,11 @@
 
 #include "ChatDatabase.h"
 #include "Workers.h"
+#include "platform/mac/Text_mac.h"
 
 namespace quarl {
 
 namespace {
-
-NSString* text(const std::string& value) { return [NSString stringWithUTF8String:value.c_str()]; }
 
 CapabilityState stateOf(bool granted) { return granted ? CapabilityState::granted : CapabilityState::off; }
 
@@ -41,8 +40,8 @@ std::optional<std::string> MacCompanionHost::contactName(const std::string& hand
     }
     NSPredicate* matching =
         handle.find('@') != std::string::npos
-            ? [CNContact predicateForContactsMatchingEmailAddress:text(handle)]
-            : [CNContact predicateForContactsMatchingPhoneNumber:[CNPhoneNumber phoneNumberWithStringValue:text(handle)]];
+            ? [CNContact predicateForContactsMatchingEmailAddress:nsString(handle)]
+            : [CNContact predicateForContactsMatchingPhoneNumber:[CNPhoneNumber phoneNumberWithStringValue:nsString(handle)]];
     NSArray* keys = [NSArray arrayWithObject:[CNContactFormatter descriptorForRequiredKeysForStyle:CNContactFormatterStyleFullName]];
     NSArray* found = [[[CNContactStore alloc] init] unifiedContactsMatchingPredicate:matching keysToFetch:keys error:nullptr];
     if ([found count] == 0) return std::nullopt;
@@ -54,14 +53,14 @@ std::optional<std::string> MacCompanionHost::contactName(const std::string& hand
 
 void MacCompanionHost::showPairingCode(const std::string&, const std::string& verificationUrl) {
   @autoreleasepool {
-    NSURL* page = [NSURL URLWithString:text(verificationUrl)];
+    NSURL* page = [NSURL URLWithString:nsString(verificationUrl)];
     if (page) [[NSWorkspace sharedWorkspace] openURL:page];
   }
 }
 
 void MacCompanionHost::setBadge(const std::optional<std::string>& label) {
   @autoreleasepool {
-    [[NSApp dockTile] setBadgeLabel:label ? text(*label) : nil];
+    [[NSApp dockTile] setBadgeLabel:label ? nsString(*label) : nil];
   }
 }
 
@@ -92,7 +91,7 @@ OperatorCaps MacCompanionHost::operatorCaps() {
 
 void MacCompanionHost::openPrivacyPane(const std::string& anchor) {
   @autoreleasepool {
-    NSString* address = [@"x-apple.systempreferences:com.apple.preference.security?" stringByAppendingString:text(anchor)];
+    NSString* address = [@"x-apple.systempreferences:com.apple.preference.security?" stringByAppendingString:nsString(anchor)];
     [[NSWorkspace sharedWorkspace] openURL:[NSURL URLWithString:address]];
   }
 }

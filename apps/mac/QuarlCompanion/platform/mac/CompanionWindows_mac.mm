@@ -11,12 +11,9 @@
 #include "CompanionHost_mac.h"
 #include "PanelWindow_mac.h"
 #include "SetupSteps.h"
+#include "platform/mac/Text_mac.h"
 
 namespace {
-
-NSString* text(std::string_view value) {
-  return [[NSString alloc] initWithBytes:value.data() length:value.size() encoding:NSUTF8StringEncoding];
-}
 
 NSString* mark(quarl::CapabilityState state) {
   if (state == quarl::CapabilityState::granted) return @"✓";
@@ -123,10 +120,10 @@ void MacCompanionWindows::refreshSetupWindow() {
     const auto& step = steps[index];
     NSTextField* state = [NSTextField labelWithString:mark(step.state)];
     [state setFrame:NSMakeRect(margin, top - 22, 24, 20)];
-    NSTextField* title = [NSTextField labelWithString:text(step.title)];
+    NSTextField* title = [NSTextField labelWithString:nsString(step.title)];
     [title setFont:[NSFont boldSystemFontOfSize:13]];
     [title setFrame:NSMakeRect(margin + 28, top - 22, 300, 20)];
-    NSTextField* why = [NSTextField labelWithString:text(step.why)];
+    NSTextField* why = [NSTextField labelWithString:nsString(step.why)];
     [why setFont:[NSFont systemFontOfSize:11]];
     [[why cell] setWraps:YES];
     [why setFrame:NSMakeRect(margin + 28, top - rowHeight + 6, setupWidth - 2 * margin - 200, 46)];
@@ -134,7 +131,7 @@ void MacCompanionWindows::refreshSetupWindow() {
     [content addSubview:title];
     [content addSubview:why];
     if (!step.button.empty()) {
-      NSButton* button = [NSButton buttonWithTitle:text(step.button) target:setup_->target action:@selector(press:)];
+      NSButton* button = [NSButton buttonWithTitle:nsString(step.button) target:setup_->target action:@selector(press:)];
       [button setTag:static_cast<NSInteger>(index)];
       [button setFrame:NSMakeRect(setupWidth - margin - 170, top - 28, 170, 28)];
       [content addSubview:button];
@@ -142,7 +139,7 @@ void MacCompanionWindows::refreshSetupWindow() {
     top -= rowHeight;
   }
   if (setup_->failure) {
-    NSTextField* failure = [NSTextField labelWithString:text(*setup_->failure)];
+    NSTextField* failure = [NSTextField labelWithString:nsString(*setup_->failure)];
     [failure setTextColor:[NSColor systemRedColor]];
     [[failure cell] setWraps:YES];
     [failure setFrame:NSMakeRect(margin, 12, setupWidth - 2 * margin, 40)];

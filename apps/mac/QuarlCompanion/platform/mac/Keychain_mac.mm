@@ -3,20 +3,18 @@
 #import <Foundation/Foundation.h>
 #import <Security/Security.h>
 
+#include "platform/mac/Text_mac.h"
+
 namespace quarl {
 
 namespace {
-
-NSString* text(std::string_view value) {
-  return [[NSString alloc] initWithBytes:value.data() length:value.size() encoding:NSUTF8StringEncoding];
-}
 
 // The query that names one item: this service's generic password for `account`.
 NSMutableDictionary* itemOf(const std::string& service, std::string_view account) {
   return [NSMutableDictionary dictionaryWithDictionary:@{
     (__bridge id)kSecClass : (__bridge id)kSecClassGenericPassword,
-    (__bridge id)kSecAttrService : text(service),
-    (__bridge id)kSecAttrAccount : text(account),
+    (__bridge id)kSecAttrService : nsString(service),
+    (__bridge id)kSecAttrAccount : nsString(account),
   }];
 }
 

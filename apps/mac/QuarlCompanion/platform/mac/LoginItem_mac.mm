@@ -4,23 +4,18 @@
 #import <ServiceManagement/ServiceManagement.h>
 
 #include "Alert_mac.h"
+#include "platform/mac/Text_mac.h"
 
 namespace quarl {
-
-namespace {
-
-NSString* text(const std::string& value) { return [NSString stringWithUTF8String:value.c_str()]; }
-
-}  // namespace
 
 // The alert is modal, a question answered before anything else on the Mac's screen; the
 // coordinator's work goes on meanwhile.
 boost::asio::awaitable<bool> MacLoginItem::ask(LoginQuestion question) {
   NSAlert* alert = [[NSAlert alloc] init];
-  [alert setMessageText:text(question.message)];
-  [alert setInformativeText:text(question.informativeText)];
-  [alert addButtonWithTitle:text(question.yes)];
-  [alert addButtonWithTitle:text(question.no)];
+  [alert setMessageText:nsString(question.message)];
+  [alert setInformativeText:nsString(question.informativeText)];
+  [alert addButtonWithTitle:nsString(question.yes)];
+  [alert addButtonWithTitle:nsString(question.no)];
   co_return co_await answerTo(alert) == NSAlertFirstButtonReturn;
 }
 

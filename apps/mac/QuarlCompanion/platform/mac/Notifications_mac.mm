@@ -6,11 +6,13 @@
 #import <UserNotifications/UserNotifications.h>
 #include <dispatch/dispatch.h>
 
+#include "platform/mac/Text_mac.h"
+
 namespace quarl {
 
 void MacNotifications::post(const std::string& title, const std::string& body) {
-  NSString* heading = [NSString stringWithUTF8String:title.c_str()];
-  NSString* text = [NSString stringWithUTF8String:body.c_str()];
+  NSString* heading = nsString(title);
+  NSString* text = nsString(body);
   UNUserNotificationCenter* centre = [UNUserNotificationCenter currentNotificationCenter];
   [centre getNotificationSettingsWithCompletionHandler:^(UNNotificationSettings* settings) {
     if (settings.authorizationStatus != UNAuthorizationStatusAuthorized &&

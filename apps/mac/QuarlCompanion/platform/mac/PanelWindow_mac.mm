@@ -10,14 +10,7 @@
 #include <boost/asio/use_awaitable.hpp>
 
 #include "PanelPages.h"
-
-namespace {
-
-NSString* text(std::string_view value) {
-  return [[NSString alloc] initWithBytes:value.data() length:value.size() encoding:NSUTF8StringEncoding];
-}
-
-}  // namespace
+#include "platform/mac/Text_mac.h"
 
 // What the web view asks of the application: its messages, downloads and file picker.
 @interface QuarlPanelDelegate : NSObject <WKScriptMessageHandler, WKNavigationDelegate, WKUIDelegate, WKDownloadDelegate> {
@@ -31,8 +24,8 @@ NSString* text(std::string_view value) {
   (void)controller;
   if (![[message body] isKindOfClass:[NSString class]]) return;
   NSString* body = [message body];
-  if ([body isEqualToString:text(quarl::PanelPages::signInMessage)] && handlers.signIn) handlers.signIn();
-  if ([body isEqualToString:text(quarl::PanelPages::sessionLapsedMessage)] && handlers.sessionLapsed) {
+  if ([body isEqualToString:quarl::nsString(quarl::PanelPages::signInMessage)] && handlers.signIn) handlers.signIn();
+  if ([body isEqualToString:quarl::nsString(quarl::PanelPages::sessionLapsedMessage)] && handlers.sessionLapsed) {
     handlers.sessionLapsed();
   }
 }
@@ -101,7 +94,7 @@ MacPanelView::MacPanelView(Handlers handlers) : window_(new Window) {
   window_->delegate->handlers = std::move(handlers);
   WKWebViewConfiguration* configuration = [[WKWebViewConfiguration alloc] init];
   configuration.websiteDataStore = [WKWebsiteDataStore defaultDataStore];
-  [configuration.userContentController addScriptMessageHandler:window_->delegate name:text(PanelPages::handlerName)];
+  [configuration.userContentController addScriptMessageHandler:window_->delegate name:nsString(PanelPages::handlerName)];
 
   NSWindowStyleMask style = NSWindowStyleMaskTitled;
   style |= NSWindowStyleMaskClosable;
@@ -124,7 +117,7 @@ MacPanelView::MacPanelView(Handlers handlers) : window_(new Window) {
 }
 
 MacPanelView::~MacPanelView() {
-  [window_->view.configuration.userContentController removeScriptMessageHandlerForName:text(PanelPages::handlerName)];
+  [window_->view.configuration.userContentController removeScriptMessageHandlerForName:nsString(PanelPages::handlerName)];
   [window_->window close];
   delete window_;
 }
@@ -140,10 +133,10 @@ void MacPanelView::close() { [window_->window close]; }
 // Each header is read on its own: a dictionary holds one Set-Cookie value, a response many.
 boost::asio::awaitable<std::size_t> MacPanelView::storeCookies(std::vector<std::string> setCookie, std::string url) {
   auto executor = co_await boost::asio::this_coro::executor;
-  NSURL* site = [NSURL URLWithString:text(url)];
+  NSURL* site = [NSURL URLWithString:nsString(url)];
   NSMutableArray* cookies = [NSMutableArray array];
   for (const auto& header : setCookie) {
-    NSDictionary* fields = [NSDictionary dictionaryWithObject:text(header) forKey:@"Set-Cookie"];
+    NSDictionary* fields = [NSDictionary dictionaryWithObject:nsString(header) forKey:@"Set-Cookie"];
     [cookies addObjectsFromArray:[NSHTTPCookie cookiesWithResponseHeaderFields:fields forURL:site]];
   }
   WKHTTPCookieStore* store = window_->view.configuration.websiteDataStore.httpCookieStore;
@@ -160,7 +153,7 @@ boost::asio::awaitable<std::size_t> MacPanelView::storeCookies(std::vector<std::
 }
 
 void MacPanelView::load(const std::string& url) {
-  NSURL* address = [NSURL URLWithString:text(url)];
+  NSURL* address = [NSURL URLWithString:nsString(url)];
   if (address) [window_->view loadRequest:[NSURLRequest requestWithURL:address]];
 }
 
@@ -168,11 +161,11 @@ void MacPanelView::reload() { [window_->view reload]; }
 
 void MacPanelView::showSignIn(const std::optional<std::string>& reason) {
   const auto code = window_->delegate->handlers.pairingCode ? window_->delegate->handlers.pairingCode() : std::nullopt;
-  [window_->view loadHTMLString:text(PanelPages::signIn(reason, code)) baseURL:nil];
+  [window_->view loadHTMLString:nsString(PanelPages::signIn(reason, code)) baseURL:nil];
 }
 
 void MacPanelView::showNotice(const std::optional<std::string>& heading, const std::string& body) {
-  [window_->view loadHTMLString:text(PanelPages::notice(heading, body)) baseURL:nil];
+  [window_->view loadHTMLString:nsString(PanelPages::notice(heading, body)) baseURL:nil];
 }
 
 }  // namespace quarl

@@ -2,20 +2,18 @@
 
 #import <Foundation/Foundation.h>
 
+#include "platform/mac/Text_mac.h"
+
 namespace quarl {
 
 namespace json = boost::json;
 
 namespace {
 
-NSString* text(std::string_view value) {
-  return [[NSString alloc] initWithBytes:value.data() length:value.size() encoding:NSUTF8StringEncoding];
-}
-
 std::string utf8(NSString* value) { return std::string([value UTF8String]); }
 
 id propertyOf(const json::value& value) {
-  if (value.is_string()) return text(value.get_string());
+  if (value.is_string()) return nsString(value.get_string());
   if (value.is_bool()) return [NSNumber numberWithBool:value.get_bool()];
   if (value.is_int64()) return [NSNumber numberWithLongLong:value.get_int64()];
   if (value.is_uint64()) return [NSNumber numberWithUnsignedLongLong:value.get_uint64()];
@@ -34,7 +32,7 @@ id propertyOf(const json::value& value) {
     for (const auto& [key, item] : value.get_object()) {
       id property = propertyOf(item);
       if (!property) return nil;
-      [dictionary setObject:property forKey:text(key)];
+      [dictionary setObject:property forKey:nsString(key)];
     }
     return dictionary;
   }
@@ -82,7 +80,7 @@ std::optional<json::value> valueOf(id property) {
 
 std::optional<json::value> MacSettingsStore::read(std::string_view key) const {
   @autoreleasepool {
-    id property = [[NSUserDefaults standardUserDefaults] objectForKey:text(key)];
+    id property = [[NSUserDefaults standardUserDefaults] objectForKey:nsString(key)];
     if (!property) return std::nullopt;
     return valueOf(property);
   }
@@ -94,7 +92,7 @@ bool MacSettingsStore::write(std::string_view key, json::value value) {
     id property = propertyOf(value);
     if (!property) return false;
     NSUserDefaults* defaults = [NSUserDefaults standardUserDefaults];
-    [defaults setObject:property forKey:text(key)];
+    [defaults setObject:property forKey:nsString(key)];
     return [defaults synchronize] == YES;
   }
 }
@@ -102,7 +100,7 @@ bool MacSettingsStore::write(std::string_view key, json::value value) {
 bool MacSettingsStore::remove(std::string_view key) {
   @autoreleasepool {
     NSUserDefaults* defaults = [NSUserDefaults standardUserDefaults];
-    [defaults removeObjectForKey:text(key)];
+    [defaults removeObjectForKey:nsString(key)];
     return [defaults synchronize] == YES;
   }
 }

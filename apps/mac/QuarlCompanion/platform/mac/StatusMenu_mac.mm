@@ -9,12 +9,9 @@
 #include "Companion.h"
 #include "Alert_mac.h"
 #include "CompanionMenu.h"
+#include "platform/mac/Text_mac.h"
 
 namespace {
-
-NSString* text(std::string_view value) {
-  return [[NSString alloc] initWithBytes:value.data() length:value.size() encoding:NSUTF8StringEncoding];
-}
 
 // How long the page stays up for a phone to scan its code.
 constexpr std::chrono::seconds whatsappLinkBound{300};
@@ -42,14 +39,14 @@ constexpr std::chrono::seconds whatsappLinkBound{300};
     const auto& entry = items[index];
     if (entry.separatorBefore) [menu addItem:[NSMenuItem separatorItem]];
     const bool acts = entry.action != quarl::CompanionMenu::Action::none;
-    NSMenuItem* item = [[NSMenuItem alloc] initWithTitle:text(entry.title)
+    NSMenuItem* item = [[NSMenuItem alloc] initWithTitle:quarl::nsString(entry.title)
                                                   action:acts ? @selector(choose:) : nullptr
                                            keyEquivalent:@""];
     [item setTarget:acts ? self : nil];
     [item setEnabled:acts];
     [item setTag:static_cast<NSInteger>(index)];
     [item setState:entry.checked ? NSControlStateValueOn : NSControlStateValueOff];
-    if (!entry.help.empty()) [item setToolTip:text(entry.help)];
+    if (!entry.help.empty()) [item setToolTip:quarl::nsString(entry.help)];
     [menu addItem:item];
   }
 }

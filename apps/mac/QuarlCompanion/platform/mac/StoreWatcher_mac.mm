@@ -6,6 +6,8 @@
 
 #include <boost/asio/post.hpp>
 
+#include "platform/mac/Text_mac.h"
+
 namespace quarl {
 
 struct MacStoreWatcher::Stream {
@@ -45,7 +47,7 @@ bool MacStoreWatcher::watch(const std::string& folder, std::function<void()> cha
   @autoreleasepool {
     auto* stream = new Stream{nullptr, executor_, std::move(changed)};
     FSEventStreamContext context{0, stream, nullptr, nullptr, nullptr};
-    NSArray* paths = [NSArray arrayWithObject:[NSString stringWithUTF8String:folder.c_str()]];
+    NSArray* paths = [NSArray arrayWithObject:nsString(folder)];
     stream->events = FSEventStreamCreate(nullptr, &reported, &context, (__bridge CFArrayRef)paths,
                                          kFSEventStreamEventIdSinceNow, latency,
                                          kFSEventStreamCreateFlagFileEvents | kFSEventStreamCreateFlagNoDefer);

@@ -3,6 +3,8 @@
 #import <AppKit/AppKit.h>
 #include <ApplicationServices/ApplicationServices.h>
 
+#include "platform/mac/Text_mac.h"
+
 namespace quarl {
 
 namespace {
@@ -14,14 +16,10 @@ AXElement owned(AXUIElementRef element) {
   return AXElement(const_cast<void*>(static_cast<const void*>(element)), [](void* held) { CFRelease(held); });
 }
 
-NSString* text(std::string_view value) {
-  return [[NSString alloc] initWithBytes:value.data() length:value.size() encoding:NSUTF8StringEncoding];
-}
-
 // The attribute's value, owned by the caller; none when the app did not answer in time.
 CFTypeRef copied(std::string_view attribute, const AXElement& of) {
   CFTypeRef value = nullptr;
-  if (AXUIElementCopyAttributeValue(raw(of), (__bridge CFStringRef)text(attribute), &value) != kAXErrorSuccess) {
+  if (AXUIElementCopyAttributeValue(raw(of), (__bridge CFStringRef)nsString(attribute), &value) != kAXErrorSuccess) {
     return nullptr;
   }
   return value;

@@ -7,6 +7,7 @@
 
 #include "ActPolicy.h"
 #include "MacKeyCodes.h"
+#include "platform/mac/Text_mac.h"
 
 namespace quarl {
 
@@ -64,7 +65,7 @@ std::optional<std::string> MacEventActor::type(const AXElement& element, std::st
   if (!app.processId) return ActPolicy::noFocusSentence(app.name);
   if (element) AXUIElementSetAttributeValue(static_cast<AXUIElementRef>(element.get()), kAXFocusedAttribute, kCFBooleanTrue);
   @autoreleasepool {
-    NSString* typed = [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
+    NSString* typed = nsString(text);
     if (!typed) return std::string(notTypedSentence);
     const auto process = static_cast<pid_t>(*app.processId);
     for (NSUInteger start = 0; start < [typed length]; start += unitsPerEvent) {
@@ -113,7 +114,7 @@ std::optional<std::string> MacEventActor::scroll(const RunningApp& app, std::str
 
 std::optional<std::string> MacEventActor::openApp(std::string_view name) {
   @autoreleasepool {
-    NSURL* url = findApp([[NSString alloc] initWithBytes:name.data() length:name.size() encoding:NSUTF8StringEncoding]);
+    NSURL* url = findApp(nsString(name));
     if (!url) return ActPolicy::notOnThisMacSentence(name);
     // Called off the main thread: the workspace answers on a queue of its own, which is waited for.
     auto opened = std::make_shared<std::promise<bool>>();
