@@ -9,6 +9,8 @@
 
 #include <cerrno>
 
+#include "ChildPipes.h"
+
 extern char** environ;
 
 namespace quarl {
@@ -22,7 +24,7 @@ struct Pipe {
   int write = -1;
   bool open() {
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) return false;
+    if (!openChildPipe(ends)) return false;
     read = ends[0];
     write = ends[1];
     return true;
@@ -53,39 +55,14 @@ bool reapWithin(pid_t child, int& status, std::chrono::milliseconds limit) {
   }
 }
 
-// Writing to a child that has already gone raises SIGPIPE, which would end this whole process.
-// While this lives the calling thread holds SIGPIPE back, and a pending one is taken away
-// before the thread's mask is restored.
-class SigpipeHeldBack {
- public:
-  SigpipeHeldBack() {
-    sigemptyset(&pipeOnly_);
-    sigaddset(&pipeOnly_, SIGPIPE);
-    ::pthread_sigmask(SIG_BLOCK, &pipeOnly_, &previous_);
-  }
-  ~SigpipeHeldBack() {
-    sigset_t pending;
-    sigpending(&pending);
-    if (sigismember(&pending, SIGPIPE)) {
-      const timespec now{0, 0};
-      ::sigtimedwait(&pipeOnly_, nullptr, &now);
-    }
-    ::pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
-  }
-
- private:
-  sigset_t pipeOnly_;
-  sigset_t previous_;
-};
-
 }  // namespace
 
 ChildOutcome runChild(const std::string& executable, const std::vector<std::string>& arguments, const std::string& input,
                       std::chrono::milliseconds timeout, std::chrono::milliseconds grace) {
   ChildOutcome outcome;
-  SigpipeHeldBack sigpipe;
   Pipe in, out, err;
   if (!in.open() || !out.open() || !err.open()) return outcome;
+  const SigpipeHeldBack sigpipe(in.write);
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
