@@ -10,7 +10,7 @@
 
 #include "../apps/mac/tests/support/Documents.h"
 #include "../apps/mac/tests/support/TemporaryDirectory.h"
-#include "platform/linux/DocumentText_linux.h"
+#include "platform/DocumentReading.h"
 #include "platform/linux/FileOperator_linux.h"
 
 namespace {
@@ -53,7 +53,7 @@ Home& home() {
 }
 
 void search(benchmark::State& state, const char* query) {
-  LinuxFileOperator files(home().folder.path().string(), LinuxFileOperator::readerInProcess(),
+  LinuxFileOperator files(home().folder.path().string(), quarl::documentReaderInProcess(),
                           LinuxFileOperator::Limits{std::chrono::minutes(5)});
   const auto words = FileQuery::from(query);
   std::size_t found = 0;
@@ -82,7 +82,7 @@ struct Pdf {
     }
     file.path = (folder.path() / "Annual report.pdf").string();
     std::ofstream(file.path, std::ios::binary) << quarl::testing::pdfWithPages(pages);
-    LinuxFileOperator files(folder.path().string(), LinuxFileOperator::readerInProcess(), {});
+    LinuxFileOperator files(folder.path().string(), quarl::documentReaderInProcess(), {});
     file.identity = files.present(file.path)->identity;
   }
 };
@@ -92,7 +92,7 @@ Pdf& pdf() {
   return shared;
 }
 
-void readPdf(benchmark::State& state, const LinuxFileOperator::DocumentReader& reader) {
+void readPdf(benchmark::State& state, const quarl::DocumentReader& reader) {
   quarl::DocumentText text;
   for (auto _ : state) {
     text = reader(pdf().file);
@@ -103,9 +103,9 @@ void readPdf(benchmark::State& state, const LinuxFileOperator::DocumentReader& r
   state.counters["truncated"] = text.truncated;
 }
 
-void BM_Pdf300PagesInProcess(benchmark::State& state) { readPdf(state, LinuxFileOperator::readerInProcess()); }
+void BM_Pdf300PagesInProcess(benchmark::State& state) { readPdf(state, quarl::documentReaderInProcess()); }
 void BM_Pdf300PagesInChild(benchmark::State& state) {
-  readPdf(state, LinuxFileOperator::readerInChild(QUARL_COMPANION_PATH, std::chrono::seconds(20)));
+  readPdf(state, quarl::documentReaderInChild(QUARL_COMPANION_PATH, std::chrono::seconds(20)));
 }
 
 BENCHMARK(BM_SearchByName)->Unit(benchmark::kMillisecond)->Iterations(3);

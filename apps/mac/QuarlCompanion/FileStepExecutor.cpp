@@ -51,10 +51,12 @@ asio::awaitable<Outcome> FileStepExecutor::listFolder(std::string folder, std::o
   }
   if (!FolderAccess::mayLook(resolved.value_or(located), home)) co_return Outcome::refused(FolderAccess::notLooked);
   if (!isFolder) co_return Outcome::failed(FolderAccess::noFolder);
-  if (const auto guarded = FolderAccess::protectedFolder(*resolved, home);
-      guarded && !files_->mayOpenProtected(*guarded)) {
-    co_return Outcome::refused(FolderAccess::noConsent);
+  // Asking may wait on the owner: the system puts its consent question up the first time.
+  bool consented = true;
+  if (const auto guarded = FolderAccess::protectedFolder(*resolved, home)) {
+    co_await runOnWorker([&] { consented = files_->mayOpenProtected(*guarded); });
   }
+  if (!consented) co_return Outcome::refused(FolderAccess::noConsent);
   std::vector<FoundFile> all;
   co_await runOnWorker([&] { all = files_->listFolder(*resolved, query); });
   auto newest = FolderAccess::newest(std::move(all), limit);

@@ -54,7 +54,7 @@ class FileStepsTest : public ::testing::Test {
   fs::path home() const { return folder_.path(); }
   fs::path documents() const { return home() / "Documents"; }
   std::shared_ptr<MacFileOperator> fileOperator(LinuxFileOperator::Limits limits = {}) const {
-    return std::make_shared<LinuxFileOperator>(home().string(), LinuxFileOperator::readerInProcess(), limits);
+    return std::make_shared<LinuxFileOperator>(home().string(), documentReaderInProcess(), limits);
   }
   json::object run(const std::string& step, const std::string& runId = "run-1", const std::string& permit = "",
                    bool pressed = false) {
@@ -146,6 +146,22 @@ TEST_F(FileStepsTest, SearchListReadAndSendKeepEveryRuleInOrder) {
   hurried.searchTime = std::chrono::milliseconds(0);
   executor_ = FileStepExecutor(fileOperator(hurried));
   EXPECT_EQ(reasonOf(run(R"({"kind":"list_files","query":"budget"})")), FileQuery::unfinished);
+}
+
+// What a system index such as Spotlight found goes through the same rules as a walk's finds.
+TEST_F(FileStepsTest, IndexFindsKeepTheRulesOfSecretsAndHiddenFiles) {
+  const LinuxFileOperator files(home().string(), documentReaderInProcess(), {});
+  const auto query = [](const char* words) { return *FileQuery::from(words); };
+  const auto budget = files.foundByIndex((documents() / "Budget notes.txt").string(), query("boat"));
+  EXPECT_TRUE(budget && budget->name == "Budget notes.txt" && budget->folder == "documents" && budget->bytes == 37);
+  EXPECT_FALSE(files.foundByIndex((home() / ".ssh/notes.md").string(), query("password"))) << "a secret's text";
+  EXPECT_FALSE(files.foundByIndex((documents() / "ssh notes.md").string(), query("password"))) << "through a link";
+  const auto named = files.foundByIndex((documents() / "ssh notes.md").string(), query("ssh notes"));
+  EXPECT_TRUE(named && named->path == (home() / ".ssh/notes.md").string()) << "found by its own name, judged on reading";
+  std::ofstream(documents() / ".hidden budget.txt") << "budget";
+  EXPECT_FALSE(files.foundByIndex((documents() / ".hidden budget.txt").string(), query("budget")));
+  EXPECT_FALSE(files.foundByIndex((home() / "Downloads").string(), query("downloads"))) << "a folder";
+  EXPECT_FALSE(files.foundByIndex((documents() / "Gone.txt").string(), query("gone")));
 }
 
 }  // namespace

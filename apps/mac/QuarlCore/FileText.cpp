@@ -122,9 +122,7 @@ FileText::Form FileText::formOf(std::string_view path) {
   }
   if (extension == "html" || extension == "htm") return Form::html;
   if (extension == "pdf") return Form::pdf;
-  if (extension == "docx") return Form::word;
-  if (extension == "odt") return Form::openDocument;
-  return Form::other;
+  return Form::rich;
 }
 
 std::string FileText::fromPlain(std::string_view bytes) {

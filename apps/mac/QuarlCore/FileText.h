@@ -13,8 +13,9 @@ struct FileText {
   static constexpr std::string_view documentUnreadable = "That document could not be read.";
   static constexpr std::string_view fileUnreadable = "That file could not be read.";
 
-  // How a document's text is taken out, by its extension.
-  enum class Form { plain, html, pdf, word, openDocument, other };
+  // How a document's text is taken out, by its extension: plain text and HTML here, PDFs and
+  // word processors' documents (`rich`) by the platform's readers.
+  enum class Form { plain, html, pdf, rich };
   static Form formOf(std::string_view path);
 
   // Text as it was written, in UTF-8; a byte order mark goes, bytes that are not UTF-8 become

@@ -43,7 +43,8 @@ class MacFileOperator {
   // The resolved path of `path`; none when nothing is there. Blocks.
   virtual std::optional<std::string> resolve(const std::string& path) = 0;
   virtual bool isFolder(const std::string& resolved) = 0;
-  // Whether the system lets Quarl look in one of its protected home folders.
+  // Whether the system lets Quarl look in one of its protected home folders. Blocks: the first
+  // time, the system may ask the owner.
   virtual bool mayOpenProtected(std::string_view folder) = 0;
   // The files directly in the resolved folder, those matching `query` when it has one. Blocks.
   virtual std::vector<FoundFile> listFolder(const std::string& resolved, const std::optional<FileQuery>& query) = 0;

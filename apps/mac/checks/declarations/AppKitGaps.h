@@ -46,4 +46,6 @@
 @interface NSStatusItem (QuarlCheckGaps)
 @property(readonly, strong) NSStatusBarButton* button;
 @end
+// AppKit (NSAttributedString.h, macOS 10.4): the reader of Safari's web archives.
+APPKIT_EXPORT NSString* const NSWebArchiveTextDocumentType;
 #endif

@@ -25,3 +25,13 @@ typedef struct {
 @property(readonly) NSOperatingSystemVersion operatingSystemVersion;
 @end
 #endif
+
+#ifdef __OBJC__
+#import <Foundation/NSMetadata.h>
+#import <Foundation/NSOperation.h>
+// Foundation (NSMetadata.h, macOS 10.9): the queue a query starts on and posts its
+// notifications to.
+@interface NSMetadataQuery (QuarlCheckGaps)
+@property(retain) NSOperationQueue* operationQueue;
+@end
+#endif

@@ -25,8 +25,8 @@
 
 #include "Companion.h"
 #include "CompanionHost_linux.h"
-#include "DocumentText_linux.h"
 #include "FileOperator_linux.h"
+#include "platform/DocumentReading.h"
 #include "FileStepExecutor.h"
 #include "MacStepExecutor.h"
 #include "desktop/LinuxDesktop_linux.h"
@@ -223,7 +223,7 @@ OperatorParts linuxOperatorParts(const std::shared_ptr<LinuxDesktop>& desktop,
                                  const std::shared_ptr<const Clock>& clock) {
   const char* home = std::getenv("HOME");
   auto files = std::make_shared<FileStepExecutor>(std::make_shared<LinuxFileOperator>(
-      home ? home : "/", LinuxFileOperator::readerInChild("/proc/self/exe", std::chrono::seconds(20)),
+      home ? home : "/", documentReaderInChild("/proc/self/exe", std::chrono::seconds(20)),
       LinuxFileOperator::Limits{}, std::vector<std::string>{configDirectory().string()}));
   if (!desktop) {
     return {std::make_shared<StandardErrorOperatorBar>(), std::make_shared<UnavailableStopHotKey>(),

@@ -13,16 +13,27 @@
 #include "Companion.h"
 #include "CompanionHost_mac.h"
 #include "CompanionWindows_mac.h"
+#include "DesktopStepExecutor.h"
+#include "FileOperator_mac.h"
+#include "FileStepExecutor.h"
+#include "KeepAwake_mac.h"
 #include "Keychain_mac.h"
 #include "LogSink_mac.h"
 #include "LoginItem_mac.h"
 #include "MainQueue_mac.h"
+#include "MacStepExecutor.h"
 #include "NapHold_mac.h"
 #include "Notifications_mac.h"
+#include "OperatorBar_mac.h"
 #include "QueueExecutor.h"
 #include "SettingsStore_mac.h"
 #include "StatusMenu_mac.h"
+#include "StopHotKey_mac.h"
 #include "StoreWatcher_mac.h"
+#include "desktop/AXSource_mac.h"
+#include "desktop/EventActor_mac.h"
+#include "desktop/ScreenCapturer_mac.h"
+#include "platform/DocumentReading.h"
 #include "platform/HostIdentity.h"
 #include "platform/mac/Text_mac.h"
 
@@ -49,6 +60,27 @@ struct Application {
     networkThread.join();
   }
 };
+
+// The operator's parts on the Mac. Documents are read by this same program in a child of its
+// own, ended after 20 s, so that a hostile document cannot hang a step. The companion keeps its
+// settings and credentials under Library, where the operator never looks, so it names no
+// folders of its own.
+quarl::OperatorParts macOperatorParts(const std::shared_ptr<quarl::MacCompanionHost>& host,
+                                      const std::shared_ptr<const quarl::Clock>& clock) {
+  auto files = std::make_shared<quarl::FileStepExecutor>(std::make_shared<quarl::SpotlightFileOperator>(
+      NSHomeDirectory().fileSystemRepresentation,
+      quarl::documentReaderInChild([[NSBundle mainBundle] executablePath].fileSystemRepresentation,
+                                   std::chrono::seconds(20)),
+      quarl::SpotlightFileOperator::Limits{}, std::vector<std::string>{}));
+  auto source = std::make_shared<quarl::MacAXSource>();
+  auto desktop = std::make_shared<quarl::DesktopStepExecutor>(
+      quarl::DesktopParts{source, std::make_shared<quarl::MacScreenCapturer>(),
+                          std::make_shared<quarl::MacEventActor>(source)},
+      [host] { return host->operatorCaps(); }, clock, static_cast<std::int64_t>(::getpid()));
+  return {std::make_shared<quarl::MacOperatorBar>(), std::make_shared<quarl::MacStopHotKey>(),
+          std::make_shared<quarl::MacKeepAwake>(),
+          std::make_shared<quarl::MacStepExecutor>(std::move(files), std::move(desktop))};
+}
 
 // The one application of this process.
 std::unique_ptr<Application> application;
@@ -113,12 +145,13 @@ NSMenu* mainMenu() {
   application = std::make_unique<Application>();
   auto& app = *application;
   auto clock = std::make_shared<quarl::SystemClock>();
+  auto host = std::make_shared<quarl::MacCompanionHost>();
   app.companion = quarl::Companion::create(quarl::CompanionParts{
       app.main, clock, std::make_shared<quarl::MacSettingsStore>(),
       std::make_shared<quarl::MacKeychain>(std::string(quarl::bundleIdentifier)),
-      std::make_shared<quarl::BeastHttpTransport>(app.main), std::make_shared<quarl::MacCompanionHost>(),
-      quarl::hostIdentity(), quarl::ChatDatabase::defaultPath(), std::make_shared<quarl::MacStoreWatcher>(app.main),
-      std::nullopt, nullptr, app.windows, std::make_shared<quarl::MacLoginItem>(),
+      std::make_shared<quarl::BeastHttpTransport>(app.main), host, quarl::hostIdentity(),
+      quarl::ChatDatabase::defaultPath(), std::make_shared<quarl::MacStoreWatcher>(app.main),
+      macOperatorParts(host, clock), nullptr, app.windows, std::make_shared<quarl::MacLoginItem>(),
       std::make_shared<quarl::MacNapHold>(), std::make_shared<quarl::MacNotifications>()});
   app.windows->attach(app.companion);
   app.menu = std::make_unique<quarl::MacStatusMenu>(app.companion, app.main, [] { [NSApp terminate:nil]; });

@@ -1,23 +1,19 @@
-#include "DocumentText_linux.h"
+#include "platform/DocumentReading.h"
 
-#include <poppler-document.h>
-#include <poppler-global.h>
-#include <poppler-page.h>
 #include <sys/resource.h>
 #include <unistd.h>
-#include <zip.h>
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 #include <iostream>
-#include <memory>
 
+#include "ChildProcess.h"
 #include "FileReadPolicy.h"
-#include "FileStatus_linux.h"
 #include "FileText.h"
 #include "JsonFields.h"
 #include "OperatorStepOutcome.h"
 #include "Utf16Text.h"
+#include "platform/FileStatus.h"
 
 namespace quarl {
 namespace json = boost::json;
@@ -28,8 +24,6 @@ constexpr std::size_t textMax = OperatorStepOutcome::fileTextMax;
 // Plain text never needs more bytes than four per unit of the longest answer.
 constexpr std::int64_t plainReadMax = 4 * (textMax + 2);
 constexpr std::int64_t documentReadMax = 256'000'000;
-// What one XML part of a DOCX or ODT may inflate to: more is a zip bomb, not a letter.
-constexpr zip_uint64_t xmlPartMax = 64'000'000;
 
 DocumentText failure(std::string_view sentence) { return DocumentText{{}, false, {}, {}, std::string(sentence)}; }
 
@@ -55,67 +49,6 @@ DocumentText cutToAnswer(std::string text, bool truncated) {
   return out;
 }
 
-void ignorePopplerMessage(const std::string&, void*) {}
-
-DocumentText fromPdf(const std::string& bytes) {
-  poppler::set_debug_error_function(ignorePopplerMessage, nullptr);
-  std::unique_ptr<poppler::document> document(
-      poppler::document::load_from_raw_data(bytes.data(), static_cast<int>(bytes.size())));
-  if (!document || document->is_locked()) return failure(FileText::pdfUnopenable);
-  const int pages = document->pages();
-  std::string text;
-  std::size_t units = 0;
-  int read = 0;
-  bool anyText = false;
-  while (read < pages && units <= textMax) {
-    std::unique_ptr<poppler::page> page(document->create_page(read++));
-    if (!page) continue;
-    const auto utf8 = page->text().to_utf8();
-    // Poppler ends a page with a form feed; pages are told apart by an empty line instead.
-    std::string pageText = repairedUtf8(std::string_view(utf8.data(), utf8.size()));
-    pageText.erase(pageText.find_last_not_of(" \t\r\n\f") + 1);
-    anyText = anyText || pageText.find_first_not_of(" \t\r\n\f") != std::string::npos;
-    if (!text.empty()) text += "\n\n";
-    text += pageText;
-    units += utf16Length(pageText) + 2;
-  }
-  if (!anyText) return failure(FileText::pdfWithoutText);
-  auto out = cutToAnswer(std::move(text), read < pages);
-  out.pages = pages;
-  out.pagesRead = read;
-  return out;
-}
-
-// One XML part of a ZIP archive held in memory; none when the archive or the part cannot be
-// read, or the part would inflate beyond reason.
-std::optional<std::string> zipPart(const std::string& bytes, const char* name) {
-  zip_error_t error;
-  zip_error_init(&error);
-  zip_source_t* source = zip_source_buffer_create(bytes.data(), bytes.size(), 0, &error);
-  if (!source) return std::nullopt;
-  zip_t* archive = zip_open_from_source(source, ZIP_RDONLY, &error);
-  zip_error_fini(&error);
-  if (!archive) {
-    zip_source_free(source);
-    return std::nullopt;
-  }
-  std::unique_ptr<zip_t, decltype(&zip_discard)> closer(archive, zip_discard);
-  zip_stat_t stat;
-  if (zip_stat(archive, name, 0, &stat) != 0 || !(stat.valid & ZIP_STAT_SIZE) || stat.size > xmlPartMax) {
-    return std::nullopt;
-  }
-  std::unique_ptr<zip_file_t, decltype(&zip_fclose)> file(zip_fopen(archive, name, 0), zip_fclose);
-  if (!file) return std::nullopt;
-  std::string part(stat.size, '\0');
-  zip_uint64_t done = 0;
-  while (done < stat.size) {
-    const auto got = zip_fread(file.get(), part.data() + done, stat.size - done);
-    if (got <= 0) return std::nullopt;
-    done += static_cast<zip_uint64_t>(got);
-  }
-  return part;
-}
-
 }  // namespace
 
 DocumentText extractDocumentText(const std::string& path, FileIdentity identity) {
@@ -123,7 +56,6 @@ DocumentText extractDocumentText(const std::string& path, FileIdentity identity)
   const auto status = file.fd() < 0 ? std::nullopt : plainFileOn(file.fd());
   if (!status) return failure(FileReadPolicy::movedSinceFound);
   const auto form = FileText::formOf(path);
-  if (form == FileText::Form::other) return failure(FileText::documentUnreadable);
   if (form == FileText::Form::plain) {
     const auto bytes = readUpTo(file.fd(), plainReadMax);
     if (!bytes) return failure(FileText::fileUnreadable);
@@ -132,21 +64,14 @@ DocumentText extractDocumentText(const std::string& path, FileIdentity identity)
   if (status->bytes > documentReadMax) return failure(FileText::documentUnreadable);
   const auto bytes = readUpTo(file.fd(), documentReadMax);
   if (!bytes) return failure(FileText::fileUnreadable);
-  switch (form) {
-    case FileText::Form::html: return cutToAnswer(FileText::fromHtml(*bytes), false);
-    case FileText::Form::pdf: return fromPdf(*bytes);
-    case FileText::Form::word: {
-      const auto xml = zipPart(*bytes, "word/document.xml");
-      if (!xml) return failure(FileText::documentUnreadable);
-      return cutToAnswer(FileText::fromWordXml(*xml), false);
-    }
-    case FileText::Form::openDocument: {
-      const auto xml = zipPart(*bytes, "content.xml");
-      if (!xml) return failure(FileText::documentUnreadable);
-      return cutToAnswer(FileText::fromOpenDocumentXml(*xml), false);
-    }
-    default: return failure(FileText::documentUnreadable);
-  }
+  if (form == FileText::Form::html) return cutToAnswer(FileText::fromHtml(*bytes), false);
+  auto read = form == FileText::Form::pdf ? pdfDocumentText(*bytes)
+                                          : richDocumentText(FileReadPolicy::extension(path), *bytes);
+  if (read.failure) return read;
+  auto out = cutToAnswer(std::move(read.text), read.truncated);
+  out.pages = read.pages;
+  out.pagesRead = read.pagesRead;
+  return out;
 }
 
 std::string documentTextJson(const DocumentText& text) {
@@ -196,6 +121,22 @@ int extractTextCommand(int argc, char** argv) {
   const FileIdentity identity{std::stoull(argv[2]), std::stoull(argv[3]), std::stoll(argv[4])};
   std::cout << documentTextJson(extractDocumentText(argv[5], identity)) << std::flush;
   return 0;
+}
+
+DocumentReader documentReaderInProcess() {
+  return [](const FoundFile& file) { return extractDocumentText(file.path, file.identity); };
+}
+
+DocumentReader documentReaderInChild(std::string executable, std::chrono::milliseconds timeout) {
+  return [executable = std::move(executable), timeout](const FoundFile& file) {
+    const auto outcome = runChild(executable,
+                                  {"extract-text", std::to_string(file.identity.device),
+                                   std::to_string(file.identity.inode), std::to_string(file.identity.bornNs),
+                                   file.path},
+                                  "", timeout, std::chrono::milliseconds(500));
+    if (!outcome.started || outcome.timedOut || outcome.exitCode != 0) return failure(FileText::fileUnreadable);
+    return documentTextFromJson(outcome.output);
+  };
 }
 
 }  // namespace quarl
