@@ -22,6 +22,8 @@
 @interface NSApplication (QuarlCheckGaps)
 @property(readonly, strong) NSDockTile* dockTile;
 - (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy;
+// macOS 14: brings the application forward, in place of activateIgnoringOtherApps:.
+- (void)activate;
 @end
 
 // AppKit (macOS 10.12): the convenience makers of a label and a push button.

@@ -20,7 +20,7 @@
 
 @implementation QuarlAlertRunner
 - (void)run {
-  [NSApp activateIgnoringOtherApps:YES];
+  [NSApp activate];
   const NSModalResponse response = [alert runModal];
   if (answered) answered(response);
 }

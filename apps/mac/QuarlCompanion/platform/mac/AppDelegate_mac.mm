@@ -11,6 +11,7 @@
 #include "BeastHttpTransport.h"
 #include "BundleIdentity.h"
 #include "Companion.h"
+#include "KeptAlive.h"
 #include "CompanionHost_mac.h"
 #include "CompanionWindows_mac.h"
 #include "DesktopStepExecutor.h"
@@ -174,7 +175,8 @@ NSMenu* mainMenu() {
   if (!application || !application->companion) return NSTerminateNow;
   application->companion->stopTimers();
   if (!application->companion->liveRunId()) return NSTerminateNow;
-  boost::asio::co_spawn(application->main, application->companion->finishOperating(stopReportBound),
+  const auto& companion = application->companion;
+  boost::asio::co_spawn(application->main, quarl::keptAlive(companion, companion->finishOperating(stopReportBound)),
                         [](std::exception_ptr) { quitOnce(); });
   NSArray* modes = [NSArray arrayWithObjects:NSDefaultRunLoopMode, NSModalPanelRunLoopMode, nil];
   [self performSelector:@selector(quitAfterTheReportsMoment)

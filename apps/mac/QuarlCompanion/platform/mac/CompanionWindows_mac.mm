@@ -9,6 +9,7 @@
 
 #include "Companion.h"
 #include "CompanionHost_mac.h"
+#include "KeptAlive.h"
 #include "PanelWindow_mac.h"
 #include "SetupSteps.h"
 #include "platform/mac/Text_mac.h"
@@ -93,7 +94,7 @@ void MacCompanionWindows::showSetupWindow() {
   }
   refreshSetupWindow();
   [setup_->window center];
-  [NSApp activateIgnoringOtherApps:YES];
+  [NSApp activate];
   [setup_->window makeKeyAndOrderFront:nil];
 }
 
@@ -158,7 +159,7 @@ void MacCompanionWindows::pressed(int index) {
       return;
     case SetupStep::Action::signIn:
       setup_->failure.reset();
-      boost::asio::co_spawn(executor_, companion->signInFromSetup(),
+      boost::asio::co_spawn(executor_, keptAlive(companion, companion->signInFromSetup()),
                             [this](std::exception_ptr, std::optional<std::string> failure) {
                               setup_->failure = std::move(failure);
                               refreshSetupWindow();
@@ -188,11 +189,13 @@ std::shared_ptr<PanelView> MacCompanionWindows::openPanelWindow() {
     const auto executor = executor_;
     MacPanelView::Handlers handlers;
     handlers.signIn = [weak, executor] {
-      if (auto companion = weak.lock()) boost::asio::co_spawn(executor, companion->signInFromPanel(), boost::asio::detached);
+      if (auto companion = weak.lock()) {
+        boost::asio::co_spawn(executor, keptAlive(companion, companion->signInFromPanel()), boost::asio::detached);
+      }
     };
     handlers.sessionLapsed = [weak, executor] {
       if (auto companion = weak.lock()) {
-        boost::asio::co_spawn(executor, companion->remintPanelSession(), boost::asio::detached);
+        boost::asio::co_spawn(executor, keptAlive(companion, companion->remintPanelSession()), boost::asio::detached);
       }
     };
     handlers.pairingCode = [weak]() -> std::optional<std::string> {

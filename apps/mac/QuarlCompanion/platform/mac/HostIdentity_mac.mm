@@ -1,6 +1,7 @@
 #include "platform/HostIdentity.h"
 
 #import <Foundation/Foundation.h>
+#import <SystemConfiguration/SystemConfiguration.h>
 
 #include <cstdlib>
 
@@ -16,11 +17,12 @@ std::string bundleString(NSString* key, const char* otherwise) {
 }  // namespace
 
 // The version and build are the bundle's own, so that what the service sees is what the owner
-// installed.
+// installed. The name is the one set in Sharing, read from the configuration store: NSHost
+// would ask the network for it, and could hold up the launch.
 ClientIdentity hostIdentity() {
   @autoreleasepool {
     const NSOperatingSystemVersion system = [[NSProcessInfo processInfo] operatingSystemVersion];
-    NSString* name = [[NSHost currentHost] localizedName];
+    NSString* name = CFBridgingRelease(SCDynamicStoreCopyComputerName(nullptr, nullptr));
     return ClientIdentity{"macos", std::strtoll(bundleString(@"CFBundleVersion", "0").c_str(), nullptr, 10),
                           bundleString(@"CFBundleShortVersionString", "0"), name ? [name UTF8String] : "Mac",
                           "macOS " + std::to_string(system.majorVersion) + "." + std::to_string(system.minorVersion) +

@@ -16,13 +16,25 @@
 @interface QuarlPanelDelegate : NSObject <WKScriptMessageHandler, WKNavigationDelegate, WKUIDelegate, WKDownloadDelegate> {
  @public
   quarl::MacPanelView::Handlers handlers;
+  NSURL* panel;  // the service's page last loaded; nil until one is
 }
 @end
 
 @implementation QuarlPanelDelegate
+
+// Only the window's main frame speaks to the coordinator, and only while it shows one of the
+// companion's own pages (drawn from a string, so of no host) or a page of the service's
+// origin: neither a frame inside a page nor a site the panel links to can sign the Mac out.
+- (BOOL)trusts:(WKFrameInfo*)frame {
+  if (![frame isMainFrame]) return NO;
+  WKSecurityOrigin* origin = [frame securityOrigin];
+  if ([[origin host] length] == 0) return YES;
+  return panel && [[origin protocol] isEqualToString:[panel scheme]] && [[origin host] isEqualToString:[panel host]] &&
+         [origin port] == [[panel port] integerValue];
+}
 - (void)userContentController:(WKUserContentController*)controller didReceiveScriptMessage:(WKScriptMessage*)message {
   (void)controller;
-  if (![[message body] isKindOfClass:[NSString class]]) return;
+  if (![self trusts:[message frameInfo]] || ![[message body] isKindOfClass:[NSString class]]) return;
   NSString* body = [message body];
   if ([body isEqualToString:quarl::nsString(quarl::PanelPages::signInMessage)] && handlers.signIn) handlers.signIn();
   if ([body isEqualToString:quarl::nsString(quarl::PanelPages::sessionLapsedMessage)] && handlers.sessionLapsed) {
@@ -83,6 +95,13 @@
 
 namespace quarl {
 
+namespace {
+
+// How long the cookie store may take to confirm one cookie.
+constexpr std::chrono::seconds cookieStoreBound{5};
+
+}  // namespace
+
 struct MacPanelView::Window {
   NSWindow* window = nil;
   WKWebView* view = nil;
@@ -124,7 +143,7 @@ MacPanelView::~MacPanelView() {
 
 void MacPanelView::bringUp() {
   if (![window_->window isVisible]) [window_->window center];
-  [NSApp activateIgnoringOtherApps:YES];
+  [NSApp activate];
   [window_->window makeKeyAndOrderFront:nil];
 }
 
@@ -140,21 +159,26 @@ boost::asio::awaitable<std::size_t> MacPanelView::storeCookies(std::vector<std::
     [cookies addObjectsFromArray:[NSHTTPCookie cookiesWithResponseHeaderFields:fields forURL:site]];
   }
   WKHTTPCookieStore* store = window_->view.configuration.websiteDataStore.httpCookieStore;
+  std::size_t taken = 0;
   for (NSHTTPCookie* cookie in cookies) {
-    // The panel must not load before its cookies are in: each one is awaited.
-    auto stored = std::make_shared<boost::asio::steady_timer>(executor, boost::asio::steady_timer::time_point::max());
+    // The panel must not load before its cookies are in: each one is awaited, for a few
+    // seconds at most, so that a store that never answers cannot hold the window blank.
+    auto stored = std::make_shared<boost::asio::steady_timer>(executor, cookieStoreBound);
     [store setCookie:cookie
         completionHandler:^{
           boost::asio::post(stored->get_executor(), [stored] { stored->cancel(); });
         }];
-    co_await stored->async_wait(boost::asio::as_tuple(boost::asio::use_awaitable));
+    const auto [waited] = co_await stored->async_wait(boost::asio::as_tuple(boost::asio::use_awaitable));
+    if (waited == boost::asio::error::operation_aborted) ++taken;
   }
-  co_return static_cast<std::size_t>([cookies count]);
+  co_return taken;
 }
 
 void MacPanelView::load(const std::string& url) {
   NSURL* address = [NSURL URLWithString:nsString(url)];
-  if (address) [window_->view loadRequest:[NSURLRequest requestWithURL:address]];
+  if (!address) return;
+  window_->delegate->panel = address;
+  [window_->view loadRequest:[NSURLRequest requestWithURL:address]];
 }
 
 void MacPanelView::reload() { [window_->view reload]; }

@@ -9,6 +9,7 @@
 #include "Companion.h"
 #include "Alert_mac.h"
 #include "CompanionMenu.h"
+#include "KeptAlive.h"
 #include "platform/mac/Text_mac.h"
 
 namespace {
@@ -65,7 +66,9 @@ constexpr std::chrono::seconds whatsappLinkBound{300};
     case Action::linkWhatsApp:
       boost::asio::co_spawn(
           executor,
-          companion->linkWhatsApp(whatsappLinkBound, [](std::string) -> boost::asio::awaitable<void> { co_return; }),
+          quarl::keptAlive(companion, companion->linkWhatsApp(whatsappLinkBound, [](std::string) -> boost::asio::awaitable<void> {
+                             co_return;
+                           })),
           boost::asio::detached);
       break;
     case Action::switchOperator:
@@ -82,7 +85,7 @@ constexpr std::chrono::seconds whatsappLinkBound{300};
       companion->stopOperating();
       break;
     case Action::chooseMode:
-      boost::asio::co_spawn(executor, companion->chooseMode(*entry.mode),
+      boost::asio::co_spawn(executor, quarl::keptAlive(companion, companion->chooseMode(*entry.mode)),
                             [](std::exception_ptr, std::optional<std::string> sentence) {
                               if (sentence) quarl::tellLater(*sentence);
                             });

@@ -20,6 +20,7 @@ typedef const struct __CFBoolean* CFBooleanRef;
 typedef uint16_t UniChar;
 typedef unsigned long UniCharCount;
 typedef signed long CFIndex;
+typedef uint32_t CFStringEncoding;
 typedef unsigned char Boolean;
 typedef int32_t OSStatus;
 

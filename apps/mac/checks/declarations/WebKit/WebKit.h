@@ -22,8 +22,20 @@ typedef NS_ENUM(NSInteger, WKNavigationResponsePolicy) {
 @property(readonly) WKHTTPCookieStore* httpCookieStore;
 @end
 
+@interface WKSecurityOrigin : NSObject
+@property(readonly, copy) NSString* protocol;
+@property(readonly, copy) NSString* host;
+@property(readonly) NSInteger port;
+@end
+
+@interface WKFrameInfo : NSObject
+@property(readonly, getter=isMainFrame) BOOL mainFrame;
+@property(readonly) WKSecurityOrigin* securityOrigin;
+@end
+
 @interface WKScriptMessage : NSObject
 @property(readonly, copy) id body;
+@property(readonly, copy) WKFrameInfo* frameInfo;
 @end
 
 @class WKUserContentController;
@@ -45,9 +57,6 @@ typedef NS_ENUM(NSInteger, WKNavigationResponsePolicy) {
 @interface WKNavigationResponse : NSObject
 @property(readonly) BOOL canShowMIMEType;
 @property(readonly, copy) NSURLResponse* response;
-@end
-
-@interface WKFrameInfo : NSObject
 @end
 
 @interface WKOpenPanelParameters : NSObject
