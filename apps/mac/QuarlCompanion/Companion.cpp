@@ -58,7 +58,8 @@ Companion::Companion(CompanionParts parts)
       settings_(CompanionSettings::load(*parts_.defaults)),
       messagesCapture_(parts_.clock, parts_.defaults, parts_.host, parts_.messagesStore),
       messagesRelay_(parts_.clock, parts_.messagesStore, sendLedger_, parts_.defaults),
-      whatsapp_(WhatsAppSession::create(parts_.executor, parts_.clock, parts_.defaults, parts_.whatsappPage)) {
+      whatsapp_(WhatsAppSession::create(parts_.executor, parts_.clock, parts_.defaults, parts_.whatsappPage,
+                                        parts_.picturePasteboard)) {
   messagesCapture_.setOwnSends(std::make_shared<LedgerOwnSends>(sendLedger_));
   messagesRelay_.sendWhatsAppThrough(whatsapp_);
   loadCredentials();

@@ -23,6 +23,7 @@
 #include "platform/LoginItem.h"
 #include "platform/NapHold.h"
 #include "platform/Notifications.h"
+#include "platform/PicturePasteboard.h"
 #include "SettingsStore.h"
 #include "WhatsAppCapture.h"
 #include "WhatsAppSession.h"
@@ -49,6 +50,8 @@ struct CompanionParts {
   std::shared_ptr<LoginItem> loginItem = nullptr;
   std::shared_ptr<NapHold> napHold = nullptr;  // none: the system never naps this process
   std::shared_ptr<Notifications> notifications = nullptr;
+  // None: a picture is always attached through WhatsApp's own menu, never pasted.
+  std::shared_ptr<PicturePasteboard> picturePasteboard = nullptr;
 };
 
 // The one long-lived object of the companion: it owns the settings and state, runs the three

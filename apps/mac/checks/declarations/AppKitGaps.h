@@ -50,4 +50,12 @@
 @end
 // AppKit (NSAttributedString.h, macOS 10.4): the reader of Safari's web archives.
 APPKIT_EXPORT NSString* const NSWebArchiveTextDocumentType;
+// AppKit (NSBitmapImageRep.h, macOS 10.12): the PNG file type under its current name.
+static const NSBitmapImageFileType NSBitmapImageFileTypePNG = NSPNGFileType;
+
+// AppKit (NSPasteboard.h, macOS 10.6): emptying the pasteboard and writing objects to it.
+@interface NSPasteboard (QuarlCheckGaps)
+- (NSInteger)clearContents;
+- (BOOL)writeObjects:(NSArray*)objects;
+@end
 #endif

@@ -35,3 +35,10 @@ typedef struct {
 @property(retain) NSOperationQueue* operationQueue;
 @end
 #endif
+
+#ifdef __OBJC__
+#import <Foundation/NSJSONSerialization.h>
+// Foundation (NSJSONSerialization.h, macOS 10.15): a value that is not an array or an object
+// may be written.
+static const NSJSONWritingOptions NSJSONWritingFragmentsAllowed = 1UL << 2;
+#endif

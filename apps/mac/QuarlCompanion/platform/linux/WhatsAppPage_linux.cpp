@@ -7,7 +7,7 @@
 #include <boost/json/serialize.hpp>
 
 #include "GtkThread_linux.h"
-#include "QuarlLog.h"
+#include "platform/WhatsAppPageLog.h"
 #include "WhatsAppScripts.h"
 #include "WhatsAppSessionState.h"
 
@@ -112,15 +112,14 @@ struct WebKitView {
     if (type == WEBKIT_POLICY_DECISION_TYPE_RESPONSE) {
       if (webkit_response_policy_decision_is_mime_type_supported(WEBKIT_RESPONSE_POLICY_DECISION(decision))) return FALSE;
       auto* request = webkit_response_policy_decision_get_request(WEBKIT_RESPONSE_POLICY_DECISION(decision));
-      QuarlLog::say({{"quarl: whatsapp web offered a download (", false}, {webkit_uri_request_get_uri(request), true},
-                     {") — refused: nothing is ever downloaded from the page", false}});
+      WhatsAppPageLog::downloadRefused(webkit_uri_request_get_uri(request));
       webkit_policy_decision_ignore(decision);
       return TRUE;
     }
     auto* action = webkit_navigation_policy_decision_get_navigation_action(WEBKIT_NAVIGATION_POLICY_DECISION(decision));
     const std::string uri = webkit_uri_request_get_uri(webkit_navigation_action_get_request(action));
     if (type == WEBKIT_POLICY_DECISION_TYPE_NEW_WINDOW_ACTION) {
-      logNewWindowRefused(uri);
+      WhatsAppPageLog::newWindowRefused(uri);
       webkit_policy_decision_ignore(decision);
       return TRUE;
     }
@@ -128,33 +127,26 @@ struct WebKitView {
       webkit_policy_decision_use(decision);
       return TRUE;
     }
-    QuarlLog::say({{"quarl: whatsapp web tried to leave its site for ", false}, {uri, true},
-                   {" — refused: the page stays on WhatsApp", false}});
+    WhatsAppPageLog::leavingRefused(uri);
     webkit_policy_decision_ignore(decision);
     return TRUE;
   }
 
-  static void logNewWindowRefused(const std::string& uri) {
-    QuarlLog::say({{"quarl: whatsapp web asked for a new window (", false}, {uri, true},
-                   {") — refused: the page has one window, and it is WhatsApp's", false}});
-  }
-
   // window.open comes here without a policy decision: no view is made for it.
   static GtkWidget* onCreate(WebKitWebView*, WebKitNavigationAction* action, gpointer) {
-    logNewWindowRefused(webkit_uri_request_get_uri(webkit_navigation_action_get_request(action)));
+    WhatsAppPageLog::newWindowRefused(webkit_uri_request_get_uri(webkit_navigation_action_get_request(action)));
     return nullptr;
   }
 
   static gboolean onPermissionRequest(WebKitWebView*, WebKitPermissionRequest* request, gpointer) {
-    QuarlLog::say("quarl: whatsapp web asked " + permissionName(request) + " — refused: the page is given no permission");
+    WhatsAppPageLog::permissionRefused(permissionName(request));
     webkit_permission_request_deny(request);
     return TRUE;
   }
 
   static void onDownload(WebKitWebContext*, WebKitDownload* download, gpointer) {
     auto* request = webkit_download_get_request(download);
-    QuarlLog::say({{"quarl: whatsapp web started a download (", false}, {webkit_uri_request_get_uri(request), true},
-                   {") — cancelled: nothing is ever downloaded from the page", false}});
+    WhatsAppPageLog::downloadCancelled(webkit_uri_request_get_uri(request));
     webkit_download_cancel(download);
   }
 
@@ -179,7 +171,7 @@ struct WebKitView {
     auto* self = static_cast<WebKitView*>(data);
     self->loadTimeout = 0;
     if (webkit_web_view_is_loading(self->view)) {
-      QuarlLog::say("quarl: whatsapp web's page did not load in time — stopped; an unreadable page is loaded again later");
+      WhatsAppPageLog::loadTimedOut();
       webkit_web_view_stop_loading(self->view);
     }
     return G_SOURCE_REMOVE;

@@ -1,12 +1,8 @@
 #include "Alert_mac.h"
 
-#include <boost/asio/as_tuple.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/this_coro.hpp>
-#include <boost/asio/use_awaitable.hpp>
-#include <memory>
 
+#include "Completion_mac.h"
 #include "platform/mac/Text_mac.h"
 
 // Holds an alert until the run loop, outside any queue block, gets to it.
@@ -36,15 +32,9 @@ void runAlertLater(NSAlert* alert, std::function<void(NSModalResponse)> answered
 }
 
 boost::asio::awaitable<NSModalResponse> answerTo(NSAlert* alert) {
-  auto executor = co_await boost::asio::this_coro::executor;
-  auto chosen = std::make_shared<boost::asio::steady_timer>(executor, boost::asio::steady_timer::time_point::max());
-  auto response = std::make_shared<NSModalResponse>(NSModalResponseCancel);
-  runAlertLater(alert, [chosen, response](NSModalResponse answer) {
-    *response = answer;
-    boost::asio::post(chosen->get_executor(), [chosen] { chosen->cancel(); });
-  });
-  co_await chosen->async_wait(boost::asio::as_tuple(boost::asio::use_awaitable));
-  co_return *response;
+  Completion<NSModalResponse> chosen(co_await boost::asio::this_coro::executor);
+  runAlertLater(alert, chosen.handler());
+  co_return co_await chosen.value();
 }
 
 void tellLater(const std::string& sentence) {

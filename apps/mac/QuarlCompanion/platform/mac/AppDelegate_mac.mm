@@ -26,11 +26,13 @@
 #include "NapHold_mac.h"
 #include "Notifications_mac.h"
 #include "OperatorBar_mac.h"
+#include "PicturePasteboard_mac.h"
 #include "QueueExecutor.h"
 #include "SettingsStore_mac.h"
 #include "StatusMenu_mac.h"
 #include "StopHotKey_mac.h"
 #include "StoreWatcher_mac.h"
+#include "WhatsAppPage_mac.h"
 #include "desktop/AXSource_mac.h"
 #include "desktop/EventActor_mac.h"
 #include "desktop/ScreenCapturer_mac.h"
@@ -147,13 +149,15 @@ NSMenu* mainMenu() {
   auto& app = *application;
   auto clock = std::make_shared<quarl::SystemClock>();
   auto host = std::make_shared<quarl::MacCompanionHost>();
+  auto whatsappPage = std::make_shared<quarl::MacWhatsAppPage>(app.main);
   app.companion = quarl::Companion::create(quarl::CompanionParts{
       app.main, clock, std::make_shared<quarl::MacSettingsStore>(),
       std::make_shared<quarl::MacKeychain>(std::string(quarl::bundleIdentifier)),
       std::make_shared<quarl::BeastHttpTransport>(app.main), host, quarl::hostIdentity(),
       quarl::ChatDatabase::defaultPath(), std::make_shared<quarl::MacStoreWatcher>(app.main),
-      macOperatorParts(host, clock), nullptr, app.windows, std::make_shared<quarl::MacLoginItem>(),
-      std::make_shared<quarl::MacNapHold>(), std::make_shared<quarl::MacNotifications>()});
+      macOperatorParts(host, clock), whatsappPage, app.windows, std::make_shared<quarl::MacLoginItem>(),
+      std::make_shared<quarl::MacNapHold>(), std::make_shared<quarl::MacNotifications>(),
+      std::make_shared<quarl::MacPicturePasteboard>(whatsappPage)});
   app.windows->attach(app.companion);
   app.menu = std::make_unique<quarl::MacStatusMenu>(app.companion, app.main, [] { [NSApp terminate:nil]; });
   quarl::MacNotifications::askToAllow([](bool) {});

@@ -3,12 +3,9 @@
 #import <AppKit/AppKit.h>
 #import <WebKit/WebKit.h>
 
-#include <boost/asio/as_tuple.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/this_coro.hpp>
-#include <boost/asio/use_awaitable.hpp>
 
+#include "Completion_mac.h"
 #include "PanelPages.h"
 #include "platform/mac/Text_mac.h"
 
@@ -163,13 +160,13 @@ boost::asio::awaitable<std::size_t> MacPanelView::storeCookies(std::vector<std::
   for (NSHTTPCookie* cookie in cookies) {
     // The panel must not load before its cookies are in: each one is awaited, for a few
     // seconds at most, so that a store that never answers cannot hold the window blank.
-    auto stored = std::make_shared<boost::asio::steady_timer>(executor, cookieStoreBound);
+    Completion<bool> stored(executor);
+    const auto done = stored.handler();
     [store setCookie:cookie
         completionHandler:^{
-          boost::asio::post(stored->get_executor(), [stored] { stored->cancel(); });
+          done(true);
         }];
-    const auto [waited] = co_await stored->async_wait(boost::asio::as_tuple(boost::asio::use_awaitable));
-    if (waited == boost::asio::error::operation_aborted) ++taken;
+    if (co_await stored.valueWithin(cookieStoreBound)) ++taken;
   }
   co_return taken;
 }

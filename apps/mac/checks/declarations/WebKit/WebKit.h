@@ -1,8 +1,32 @@
-// WebKit (WKWebView and its configuration, cookie store, messages, downloads and file picker),
+// WebKit (WKWebView and its configuration, cookie store, messages, downloads and file picker;
+// user scripts, navigation and permission decisions, scripts and snapshots of the page),
 // as the Mac layer uses it: declarations for the Objective-C++ check only.
 #pragma once
 
 #import <AppKit/AppKit.h>
+
+typedef NS_ENUM(NSInteger, WKNavigationActionPolicy) {
+  WKNavigationActionPolicyCancel,
+  WKNavigationActionPolicyAllow,
+};
+
+// macOS 12.
+typedef NS_ENUM(NSInteger, WKPermissionDecision) {
+  WKPermissionDecisionPrompt,
+  WKPermissionDecisionGrant,
+  WKPermissionDecisionDeny,
+};
+
+typedef NS_ENUM(NSInteger, WKMediaCaptureType) {
+  WKMediaCaptureTypeCamera,
+  WKMediaCaptureTypeMicrophone,
+  WKMediaCaptureTypeCameraAndMicrophone,
+};
+
+typedef NS_ENUM(NSInteger, WKUserScriptInjectionTime) {
+  WKUserScriptInjectionTimeAtDocumentStart,
+  WKUserScriptInjectionTimeAtDocumentEnd,
+};
 
 typedef NS_ENUM(NSInteger, WKNavigationResponsePolicy) {
   WKNavigationResponsePolicyCancel,
@@ -38,6 +62,32 @@ typedef NS_ENUM(NSInteger, WKNavigationResponsePolicy) {
 @property(readonly, copy) WKFrameInfo* frameInfo;
 @end
 
+@interface WKNavigation : NSObject
+@end
+
+@interface WKWindowFeatures : NSObject
+@end
+
+@interface WKNavigationAction : NSObject
+@property(readonly, copy) NSURLRequest* request;
+// Nil for a navigation that would open a new window.
+@property(readonly) WKFrameInfo* targetFrame;
+@end
+
+// macOS 11: the page's own world, where scripts see the page's objects.
+@interface WKContentWorld : NSObject
++ (WKContentWorld*)pageWorld;
+@end
+
+@interface WKUserScript : NSObject
+- (instancetype)initWithSource:(NSString*)source
+                 injectionTime:(WKUserScriptInjectionTime)injectionTime
+              forMainFrameOnly:(BOOL)forMainFrameOnly;
+@end
+
+@interface WKSnapshotConfiguration : NSObject
+@end
+
 @class WKUserContentController;
 @protocol WKScriptMessageHandler <NSObject>
 - (void)userContentController:(WKUserContentController*)userContentController
@@ -47,6 +97,7 @@ typedef NS_ENUM(NSInteger, WKNavigationResponsePolicy) {
 @interface WKUserContentController : NSObject
 - (void)addScriptMessageHandler:(id<WKScriptMessageHandler>)scriptMessageHandler name:(NSString*)name;
 - (void)removeScriptMessageHandlerForName:(NSString*)name;
+- (void)addUserScript:(WKUserScript*)userScript;
 @end
 
 @interface WKWebViewConfiguration : NSObject
@@ -77,6 +128,12 @@ typedef NS_ENUM(NSInteger, WKNavigationResponsePolicy) {
 @protocol WKNavigationDelegate <NSObject>
 @optional
 - (void)webView:(WKWebView*)webView
+    decidePolicyForNavigationAction:(WKNavigationAction*)navigationAction
+                    decisionHandler:(void (^)(WKNavigationActionPolicy))decisionHandler;
+- (void)webView:(WKWebView*)webView
+    didFailProvisionalNavigation:(WKNavigation*)navigation
+                       withError:(NSError*)error;
+- (void)webView:(WKWebView*)webView
     decidePolicyForNavigationResponse:(WKNavigationResponse*)navigationResponse
                       decisionHandler:(void (^)(WKNavigationResponsePolicy))decisionHandler;
 - (void)webView:(WKWebView*)webView
@@ -86,6 +143,15 @@ typedef NS_ENUM(NSInteger, WKNavigationResponsePolicy) {
 
 @protocol WKUIDelegate <NSObject>
 @optional
+- (WKWebView*)webView:(WKWebView*)webView
+    createWebViewWithConfiguration:(WKWebViewConfiguration*)configuration
+               forNavigationAction:(WKNavigationAction*)navigationAction
+                    windowFeatures:(WKWindowFeatures*)windowFeatures;
+- (void)webView:(WKWebView*)webView
+    requestMediaCapturePermissionForOrigin:(WKSecurityOrigin*)origin
+                          initiatedByFrame:(WKFrameInfo*)frame
+                                      type:(WKMediaCaptureType)type
+                           decisionHandler:(void (^)(WKPermissionDecision decision))decisionHandler;
 - (void)webView:(WKWebView*)webView
     runOpenPanelWithParameters:(WKOpenPanelParameters*)parameters
               initiatedByFrame:(WKFrameInfo*)frame
@@ -100,4 +166,16 @@ typedef NS_ENUM(NSInteger, WKNavigationResponsePolicy) {
 - (id)loadRequest:(NSURLRequest*)request;
 - (id)loadHTMLString:(NSString*)string baseURL:(NSURL*)baseURL;
 - (id)reload;
+- (void)stopLoading;
+@property(readonly, copy) NSURL* URL;
+@property(copy) NSString* customUserAgent;
+- (void)evaluateJavaScript:(NSString*)javaScriptString completionHandler:(void (^)(id result, NSError* error))completionHandler;
+// macOS 11.
+- (void)callAsyncJavaScript:(NSString*)functionBody
+                  arguments:(NSDictionary<NSString*, id>*)arguments
+                    inFrame:(WKFrameInfo*)frame
+             inContentWorld:(WKContentWorld*)contentWorld
+          completionHandler:(void (^)(id result, NSError* error))completionHandler;
+- (void)takeSnapshotWithConfiguration:(WKSnapshotConfiguration*)snapshotConfiguration
+                    completionHandler:(void (^)(NSImage* snapshotImage, NSError* error))completionHandler;
 @end
