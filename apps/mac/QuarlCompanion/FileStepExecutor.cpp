@@ -40,6 +40,18 @@ asio::awaitable<Outcome> FileStepExecutor::listFolder(std::string folder, std::o
                                                       std::size_t limit) {
   const auto home = files_->home();
   const auto located = FolderAccess::locate(folder, home);
+  // Asking may wait on the owner: the system puts its consent question up the first time. It
+  // is asked before resolving too, since without consent nothing inside resolves.
+  const auto consented = [&](const std::string& path) -> asio::awaitable<bool> {
+    bool may = true;
+    if (const auto guarded = FolderAccess::protectedFolder(path, home)) {
+      co_await runOnWorker([&] { may = files_->mayOpenProtected(*guarded); });
+    }
+    co_return may;
+  };
+  if (FolderAccess::mayLook(located, home) && !co_await consented(located)) {
+    co_return Outcome::refused(FolderAccess::noConsent);
+  }
   std::optional<std::string> resolved;
   bool isFolder = false;
   co_await runOnWorker([&] {
@@ -51,12 +63,7 @@ asio::awaitable<Outcome> FileStepExecutor::listFolder(std::string folder, std::o
   }
   if (!FolderAccess::mayLook(resolved.value_or(located), home)) co_return Outcome::refused(FolderAccess::notLooked);
   if (!isFolder) co_return Outcome::failed(FolderAccess::noFolder);
-  // Asking may wait on the owner: the system puts its consent question up the first time.
-  bool consented = true;
-  if (const auto guarded = FolderAccess::protectedFolder(*resolved, home)) {
-    co_await runOnWorker([&] { consented = files_->mayOpenProtected(*guarded); });
-  }
-  if (!consented) co_return Outcome::refused(FolderAccess::noConsent);
+  if (!co_await consented(*resolved)) co_return Outcome::refused(FolderAccess::noConsent);
   std::vector<FoundFile> all;
   co_await runOnWorker([&] { all = files_->listFolder(*resolved, query); });
   auto newest = FolderAccess::newest(std::move(all), limit);
@@ -79,6 +86,7 @@ asio::awaitable<std::variant<FoundFile, Outcome>> FileStepExecutor::openable(std
   co_await runOnWorker([&] { now = files_->present(found->path); });
   if (!now || now->identity != found->identity) co_return Outcome::refused(FileReadPolicy::movedSinceFound);
   found->bytes = now->bytes;  // the size asked about is the size sent
+  found->cloudOnly = now->cloudOnly;  // the system may have sent it to iCloud since
   if (FileReadPolicy::isOffLimits(found->path, files_->home(), files_->ownFolders())) {
     co_return Outcome::refused(FileReadPolicy::secret);
   }

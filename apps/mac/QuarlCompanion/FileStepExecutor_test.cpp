@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 
 #include "../tests/support/Documents.h"
 #include "../tests/support/RunAwaitable.h"
@@ -161,7 +162,46 @@ TEST_F(FileStepsTest, IndexFindsKeepTheRulesOfSecretsAndHiddenFiles) {
   std::ofstream(documents() / ".hidden budget.txt") << "budget";
   EXPECT_FALSE(files.foundByIndex((documents() / ".hidden budget.txt").string(), query("budget")));
   EXPECT_FALSE(files.foundByIndex((home() / "Downloads").string(), query("downloads"))) << "a folder";
+  for (const auto* inside : {"Documents/.private/budget.txt", "Documents/Keychains/budget.txt"}) {
+    fs::create_directories((home() / inside).parent_path());
+    std::ofstream(home() / inside) << "budget";
+    EXPECT_FALSE(files.foundByIndex((home() / inside).string(), query("budget"))) << inside << ": not even by name";
+  }
   EXPECT_FALSE(files.foundByIndex((documents() / "Gone.txt").string(), query("gone")));
+}
+
+// A host whose files may be only in the cloud: the Mac's iCloud Drive with its placeholders.
+class CloudFileOperator final : public HomeFileOperator {
+ public:
+  CloudFileOperator(const std::string& home, std::shared_ptr<std::set<std::string>> inCloud)
+      : HomeFileOperator(home, documentReaderInProcess(), 1'000'000, {}), inCloud_(std::move(inCloud)) {}
+  Found search(const FileQuery&, std::size_t) override { return {}; }
+
+ private:
+  bool isCloudOnly(const std::string& path) const override { return inCloud_->count(fs::path(path).filename()) > 0; }
+  std::shared_ptr<std::set<std::string>> inCloud_;
+};
+
+TEST_F(FileStepsTest, AFileOnlyInTheCloudIsListedButNeitherSearchedNorReadEvenWhenItWentThereAfterTheSearch) {
+  std::ofstream(documents() / "Offloaded.txt") << "Quarterly figures";
+  auto inCloud = std::make_shared<std::set<std::string>>(std::set<std::string>{"Offloaded.txt"});
+  executor_ = FileStepExecutor(std::make_shared<CloudFileOperator>(home().string(), inCloud));
+  const auto words = run(R"({"kind":"list_files","query":"quarterly","folder":"Documents"})").at("result");
+  ASSERT_EQ(words.at("files").as_array().size(), 1u) << "its text is not read, which would download it: " << words;
+  EXPECT_EQ(words.at("files").at(0).at("name"), "Budget notes.txt");
+
+  const auto listed = [&](const std::string& name) {
+    return run(R"({"kind":"list_files","query":")" + name + R"(","folder":"Documents"})").at("result").at("files").at(0);
+  };
+  const auto offloaded = listed("Offloaded.txt");
+  EXPECT_EQ(offloaded.at("cloudOnly"), true);
+  const auto offloadedRef = std::string(offloaded.at("ref").as_string());
+  EXPECT_EQ(reasonOf(read(offloadedRef)), FileReadPolicy::cloudOnly);
+  EXPECT_EQ(reasonOf(run(R"({"kind":"send_file","ref":")" + offloadedRef + R"("})")), FileReadPolicy::cloudOnly);
+
+  const auto budget = std::string(listed("Budget notes").at("ref").as_string());
+  inCloud->insert("Budget notes.txt");
+  EXPECT_EQ(reasonOf(read(budget)), FileReadPolicy::cloudOnly) << "sent to iCloud after it was found";
 }
 
 }  // namespace

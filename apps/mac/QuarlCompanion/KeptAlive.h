@@ -2,6 +2,7 @@
 
 #include <boost/asio/awaitable.hpp>
 #include <memory>
+#include <utility>
 
 namespace quarl {
 

@@ -8,6 +8,9 @@
 #include <boost/asio/use_awaitable.hpp>
 #include <gtest/gtest.h>
 
+#include <exception>
+#include <optional>
+
 namespace quarl {
 namespace {
 
@@ -17,6 +20,7 @@ struct Waiter {
     co_await timer.async_wait(boost::asio::as_tuple(boost::asio::use_awaitable));
     co_return answer;
   }
+  boost::asio::awaitable<void> waitQuietly() { co_await wait(); }
   boost::asio::steady_timer timer;
   int answer = 7;
 };
@@ -26,14 +30,17 @@ TEST(KeptAlive, TheOwnerOutlivesEveryHolderOfItUntilItsCoroutineEnds) {
   auto waiter = std::make_shared<Waiter>(io);
   const std::weak_ptr<Waiter> weak = waiter;
   std::optional<int> answered;
+  bool ended = false;
   boost::asio::co_spawn(io, keptAlive(waiter, waiter->wait()), [&](std::exception_ptr, int answer) { answered = answer; });
+  boost::asio::co_spawn(io, keptAlive(waiter, waiter->waitQuietly()), [&](std::exception_ptr) { ended = true; });
   waiter.reset();
+  ASSERT_FALSE(weak.expired()) << "the spawned coroutines hold it";
   io.poll();
-  ASSERT_FALSE(weak.expired()) << "the waiting coroutine still runs on it";
+  ASSERT_FALSE(weak.expired()) << "the waiting coroutines still run on it";
   weak.lock()->timer.cancel();
   io.poll();
-  EXPECT_EQ(answered, 7);
-  EXPECT_TRUE(weak.expired()) << "let go once the coroutine ended";
+  EXPECT_TRUE(answered == 7 && ended);
+  EXPECT_TRUE(weak.expired()) << "let go once the coroutines ended";
 }
 
 }  // namespace

@@ -27,21 +27,6 @@ constexpr std::int64_t documentReadMax = 256'000'000;
 
 DocumentText failure(std::string_view sentence) { return DocumentText{{}, false, {}, {}, std::string(sentence)}; }
 
-// Up to `limit` bytes from the start of `fd`; none on a read error.
-std::optional<std::string> readUpTo(int fd, std::int64_t limit) {
-  std::string bytes;
-  char buffer[65536];
-  while (static_cast<std::int64_t>(bytes.size()) < limit) {
-    const auto want = std::min<std::int64_t>(sizeof buffer, limit - static_cast<std::int64_t>(bytes.size()));
-    const auto got = ::read(fd, buffer, static_cast<std::size_t>(want));
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return std::nullopt;
-    if (got == 0) break;
-    bytes.append(buffer, static_cast<std::size_t>(got));
-  }
-  return bytes;
-}
-
 DocumentText cutToAnswer(std::string text, bool truncated) {
   DocumentText out;
   out.truncated = truncated || utf16Length(text) > textMax;

@@ -36,5 +36,11 @@ class OpenedFile {
 // `identity` names: what is read through it is what was found, whatever is put at the path
 // later.
 OpenedFile openFoundFile(const std::string& path, const FileIdentity& identity);
+// `path` opened without following a link there, if it is a plain file: never a pipe, whose
+// open or read could wait forever.
+OpenedFile openPlainFile(const std::string& path);
+
+// Up to `limit` bytes from where `fd` stands; none on a read error.
+std::optional<std::string> readUpTo(int fd, std::int64_t limit);
 
 }  // namespace quarl

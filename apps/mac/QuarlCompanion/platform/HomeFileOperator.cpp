@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 
 #include "FileReadPolicy.h"
 #include "FileText.h"
@@ -25,16 +24,13 @@ std::optional<std::string> realPath(const std::string& path) {
   return resolved.string();
 }
 
-// The text a search looks through: that of text-like documents, read up to `limit` bytes.
+// The text a search looks through: that of text-like plain files, read up to `limit` bytes.
 std::optional<std::string> searchableText(const std::string& path, std::int64_t limit) {
   const auto form = FileText::formOf(path);
   if (form != FileText::Form::plain && form != FileText::Form::html) return std::nullopt;
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return std::nullopt;
-  std::string bytes(static_cast<std::size_t>(limit), '\0');
-  file.read(bytes.data(), limit);
-  bytes.resize(static_cast<std::size_t>(file.gcount()));
-  return bytes;
+  const auto file = openPlainFile(path);
+  if (file.fd() < 0) return std::nullopt;
+  return readUpTo(file.fd(), limit);
 }
 
 }  // namespace
@@ -77,8 +73,14 @@ bool HomeFileOperator::matches(const FileQuery& query, const std::string& path, 
 }
 
 std::optional<FoundFile> HomeFileOperator::foundByIndex(const std::string& path, const FileQuery& query) const {
-  const auto name = fs::path(path).filename().string();
+  const fs::path given(path);
+  const auto name = given.filename().string();
   if (hidden(name)) return std::nullopt;
+  // A walk never enters a hidden folder or one of secrets, so neither does a search: nothing
+  // in one is handed back, whatever its name.
+  for (const auto& folder : given.parent_path().lexically_relative(home_)) {
+    if (hidden(folder.string()) || FileReadPolicy::isSecret(folder.string())) return std::nullopt;
+  }
   auto file = found(path, name);
   if (!file) return std::nullopt;
   if (!query.matches(searchFolded(name)) && FileReadPolicy::isOffLimits(file->path, home_, ownFolders_)) {
@@ -117,7 +119,7 @@ std::vector<FoundFile> HomeFileOperator::listFolder(const std::string& resolved,
 std::optional<MacFileOperator::Present> HomeFileOperator::present(const std::string& path) {
   const auto status = plainFileAt(path);
   if (!status) return std::nullopt;
-  return Present{status->identity, status->bytes};
+  return Present{status->identity, status->bytes, isCloudOnly(path)};
 }
 
 boost::asio::awaitable<FileUploader::Result<FileUploader::Uploaded>> HomeFileOperator::upload(

@@ -31,8 +31,9 @@ class HomeFileOperator : public MacFileOperator {
   // The folders a search looks in: Documents, Desktop, Downloads and iCloud Drive.
   std::vector<std::string> searchRoots() const;
   // A file the system's index says matches `query`, as a search hands it back: none when it
-  // is hidden or no plain file, or when it is off limits and only its text matched, since the
-  // text of a secret is never searched.
+  // or a folder it is in below the home folder is hidden or of secrets, when it is no plain
+  // file, or when it is off limits and only its text matched, since the text of a secret is
+  // never searched.
   std::optional<FoundFile> foundByIndex(const std::string& path, const FileQuery& query) const;
 
  protected:

@@ -51,6 +51,7 @@ class MacFileOperator {
   struct Present {
     FileIdentity identity;
     std::int64_t bytes = 0;
+    bool cloudOnly = false;  // in iCloud now, whatever it was when found
   };
   // Which plain file is at `path` now, without following a link there; none when none is.
   virtual std::optional<Present> present(const std::string& path) = 0;

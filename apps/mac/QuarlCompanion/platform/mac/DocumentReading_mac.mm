@@ -6,6 +6,7 @@
 #include "FileText.h"
 #include "OperatorStepOutcome.h"
 #include "Utf16Text.h"
+#include "platform/mac/Text_mac.h"
 
 namespace quarl {
 
@@ -13,16 +14,25 @@ namespace {
 
 DocumentText failure(std::string_view sentence) { return DocumentText{{}, false, {}, {}, std::string(sentence)}; }
 
-std::string utf8Of(NSString* text) { return text ? repairedUtf8(text.UTF8String) : std::string(); }
-
 // The reader NSAttributedString uses for a word processor's document, by its extension.
 NSString* documentTypeFor(std::string_view extension) {
   if (extension == "rtf") return NSRTFTextDocumentType;
   if (extension == "doc") return NSDocFormatTextDocumentType;
   if (extension == "docx") return NSOfficeOpenXMLTextDocumentType;
   if (extension == "odt") return NSOpenDocumentTextDocumentType;
-  if (extension == "webarchive") return NSWebArchiveTextDocumentType;
   return nil;
+}
+
+// A web archive is a property list around the page's HTML: the HTML is read as any other,
+// never handed to WebKit, which would run it and fetch what it names.
+DocumentText webArchiveText(NSData* data) {
+  id archive = [NSPropertyListSerialization propertyListWithData:data options:0 format:nullptr error:nullptr];
+  if (![archive isKindOfClass:[NSDictionary class]]) return failure(FileText::documentUnreadable);
+  id main = [archive objectForKey:@"WebMainResource"];
+  id html = [main isKindOfClass:[NSDictionary class]] ? [main objectForKey:@"WebResourceData"] : nil;
+  if (![html isKindOfClass:[NSData class]]) return failure(FileText::documentUnreadable);
+  const std::string_view bytes(static_cast<const char*>([html bytes]), [html length]);
+  return DocumentText{FileText::fromHtml(bytes), false, {}, {}, std::nullopt};
 }
 
 }  // namespace
@@ -38,7 +48,7 @@ DocumentText pdfDocumentText(const std::string& bytes) {
     std::int64_t read = 0;
     bool anyText = false;
     while (read < pages && units <= OperatorStepOutcome::fileTextMax) {
-      auto pageText = utf8Of([document pageAtIndex:static_cast<NSUInteger>(read++)].string);
+      auto pageText = utf8([document pageAtIndex:static_cast<NSUInteger>(read++)].string);
       pageText.erase(pageText.find_last_not_of(" \t\r\n\f") + 1);
       anyText = anyText || pageText.find_first_not_of(" \t\r\n\f") != std::string::npos;
       if (!text.empty()) text += "\n\n";
@@ -51,17 +61,18 @@ DocumentText pdfDocumentText(const std::string& bytes) {
 }
 
 DocumentText richDocumentText(std::string_view extension, const std::string& bytes) {
-  NSString* type = documentTypeFor(extension);
-  if (!type) return failure(FileText::documentUnreadable);
   @autoreleasepool {
     NSData* data = [NSData dataWithBytesNoCopy:const_cast<char*>(bytes.data()) length:bytes.size() freeWhenDone:NO];
+    if (extension == "webarchive") return webArchiveText(data);
+    NSString* type = documentTypeFor(extension);
+    if (!type) return failure(FileText::documentUnreadable);
     NSDictionary* options = [NSDictionary dictionaryWithObject:type forKey:NSDocumentTypeDocumentOption];
     NSAttributedString* document = [[NSAttributedString alloc] initWithData:data
                                                                     options:options
                                                          documentAttributes:nullptr
                                                                       error:nullptr];
     if (!document) return failure(FileText::documentUnreadable);
-    return DocumentText{utf8Of(document.string), false, {}, {}, std::nullopt};
+    return DocumentText{utf8(document.string), false, {}, {}, std::nullopt};
   }
 }
 

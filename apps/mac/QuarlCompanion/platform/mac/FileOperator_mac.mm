@@ -32,16 +32,17 @@ MacFileOperator::Found SpotlightFileOperator::search(const FileQuery& query, std
     NSPredicate* predicate = [NSCompoundPredicate
         orPredicateWithSubpredicates:[NSArray arrayWithObjects:everyWordIn(@"kMDItemDisplayName", query),
                                                                everyWordIn(@"kMDItemTextContent", query), nil]];
+    const auto deadline = std::chrono::steady_clock::now() + limits_.searchTime;
     NSMutableArray* scopes = [NSMutableArray array];
     for (const auto& root : searchRoots()) [scopes addObject:nsString(root)];
     const auto gathered = SpotlightSearch::gather(predicate, scopes, limits_.gatheredMax, limits_.searchTime);
     Found result;
-    if (!gathered.finished) {
-      result.finished = false;
-      return result;
-    }
+    result.finished = gathered.finished;
     std::vector<FoundFile> files;
+    // Each find is then looked at on the volume, within what is left of the search's time.
     for (const auto& path : gathered.paths) {
+      if (std::chrono::steady_clock::now() >= deadline) result.finished = false;
+      if (!result.finished) return result;
       if (auto file = foundByIndex(path, query)) files.push_back(std::move(*file));
     }
     auto newest = FolderAccess::newest(std::move(files), limit);

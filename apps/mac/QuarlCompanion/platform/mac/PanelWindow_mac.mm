@@ -13,7 +13,8 @@
 @interface QuarlPanelDelegate : NSObject <WKScriptMessageHandler, WKNavigationDelegate, WKUIDelegate, WKDownloadDelegate> {
  @public
   quarl::MacPanelView::Handlers handlers;
-  NSURL* panel;  // the service's page last loaded; nil until one is
+  NSURL* panel;          // the service's page last loaded; nil until one is
+  BOOL showingOwnPage;   // one of the companion's own pages was drawn last
 }
 @end
 
@@ -25,7 +26,7 @@
 - (BOOL)trusts:(WKFrameInfo*)frame {
   if (![frame isMainFrame]) return NO;
   WKSecurityOrigin* origin = [frame securityOrigin];
-  if ([[origin host] length] == 0) return YES;
+  if ([[origin host] length] == 0) return showingOwnPage;
   return panel && [[origin protocol] isEqualToString:[panel scheme]] && [[origin host] isEqualToString:[panel host]] &&
          [origin port] == [[panel port] integerValue];
 }
@@ -175,6 +176,7 @@ void MacPanelView::load(const std::string& url) {
   NSURL* address = [NSURL URLWithString:nsString(url)];
   if (!address) return;
   window_->delegate->panel = address;
+  window_->delegate->showingOwnPage = NO;
   [window_->view loadRequest:[NSURLRequest requestWithURL:address]];
 }
 
@@ -182,10 +184,12 @@ void MacPanelView::reload() { [window_->view reload]; }
 
 void MacPanelView::showSignIn(const std::optional<std::string>& reason) {
   const auto code = window_->delegate->handlers.pairingCode ? window_->delegate->handlers.pairingCode() : std::nullopt;
+  window_->delegate->showingOwnPage = YES;
   [window_->view loadHTMLString:nsString(PanelPages::signIn(reason, code)) baseURL:nil];
 }
 
 void MacPanelView::showNotice(const std::optional<std::string>& heading, const std::string& body) {
+  window_->delegate->showingOwnPage = YES;
   [window_->view loadHTMLString:nsString(PanelPages::notice(heading, body)) baseURL:nil];
 }
 

@@ -18,7 +18,8 @@ SpotlightSearch::Gathered SpotlightSearch::gather(NSPredicate* predicate, NSArra
                                                   std::chrono::milliseconds time) {
   @autoreleasepool {
     // A query starts, posts its notifications and hands its results over on its operation
-    // queue; this serial one is private to the search.
+    // queue; this serial one is private to the search. The end of gathering is heard where it
+    // is posted, so nothing waits on the queue that posts it.
     NSOperationQueue* queue = [[NSOperationQueue alloc] init];
     queue.maxConcurrentOperationCount = 1;
     NSMetadataQuery* query = [[NSMetadataQuery alloc] init];
@@ -30,7 +31,7 @@ SpotlightSearch::Gathered SpotlightSearch::gather(NSPredicate* predicate, NSArra
     dispatch_semaphore_t gathered = dispatch_semaphore_create(0);
     id observer = [[NSNotificationCenter defaultCenter] addObserverForName:NSMetadataQueryDidFinishGatheringNotification
                                                                     object:query
-                                                                     queue:queue
+                                                                     queue:nil
                                                                 usingBlock:^(NSNotification*) {
                                                                   dispatch_semaphore_signal(gathered);
                                                                 }];

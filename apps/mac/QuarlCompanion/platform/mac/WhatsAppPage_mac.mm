@@ -13,14 +13,12 @@
 
 namespace {
 
-std::string utf8Of(NSString* text) { return text ? std::string(text.UTF8String) : std::string(); }
-
 // A script's value as the text the session reads: a string as it is, nothing for undefined,
 // anything else as JSON.
 quarl::WhatsAppPage::ScriptResult resultOf(id value, NSError* error) {
-  if (error) return {std::nullopt, utf8Of(error.localizedDescription)};
+  if (error) return {std::nullopt, quarl::utf8(error.localizedDescription)};
   if (!value) return {std::string(), std::nullopt};
-  if ([value isKindOfClass:[NSString class]]) return {utf8Of(value), std::nullopt};
+  if ([value isKindOfClass:[NSString class]]) return {quarl::utf8(value), std::nullopt};
   NSData* json = [NSJSONSerialization dataWithJSONObject:value options:NSJSONWritingFragmentsAllowed error:nullptr];
   if (!json) return {std::nullopt, "the script's answer cannot be written as JSON"};
   return {std::string(static_cast<const char*>(json.bytes), json.length), std::nullopt};
@@ -50,7 +48,7 @@ quarl::WhatsAppPage::ScriptResult resultOf(id value, NSError* error) {
     decidePolicyForNavigationAction:(WKNavigationAction*)action
                     decisionHandler:(void (^)(WKNavigationActionPolicy))decisionHandler {
   (void)webView;
-  const auto url = utf8Of(action.request.URL.absoluteString);
+  const auto url = quarl::utf8(action.request.URL.absoluteString);
   if (!action.targetFrame) {
     quarl::WhatsAppPageLog::newWindowRefused(url);
     decisionHandler(WKNavigationActionPolicyCancel);
@@ -72,7 +70,7 @@ quarl::WhatsAppPage::ScriptResult resultOf(id value, NSError* error) {
     decisionHandler(WKNavigationResponsePolicyAllow);
     return;
   }
-  quarl::WhatsAppPageLog::downloadRefused(utf8Of(response.response.URL.absoluteString));
+  quarl::WhatsAppPageLog::downloadRefused(quarl::utf8(response.response.URL.absoluteString));
   decisionHandler(WKNavigationResponsePolicyCancel);
 }
 
@@ -94,7 +92,7 @@ quarl::WhatsAppPage::ScriptResult resultOf(id value, NSError* error) {
   (void)webView;
   (void)configuration;
   (void)features;
-  quarl::WhatsAppPageLog::newWindowRefused(utf8Of(action.request.URL.absoluteString));
+  quarl::WhatsAppPageLog::newWindowRefused(quarl::utf8(action.request.URL.absoluteString));
   return nil;
 }
 
@@ -177,7 +175,7 @@ asio::awaitable<std::optional<std::string>> MacWhatsAppPage::open() {
   co_return std::nullopt;
 }
 
-asio::awaitable<std::string> MacWhatsAppPage::currentUrl() { co_return utf8Of(view_->web.URL.absoluteString); }
+asio::awaitable<std::string> MacWhatsAppPage::currentUrl() { co_return quarl::utf8(view_->web.URL.absoluteString); }
 
 asio::awaitable<void> MacWhatsAppPage::load(std::string url, std::chrono::seconds timeout) {
   NSURL* address = [NSURL URLWithString:nsString(url)];
@@ -272,7 +270,7 @@ asio::awaitable<std::optional<std::string>> MacWhatsAppPage::savePicture(std::st
                           completionHandler:^(NSImage* picture, NSError* error) {
                             if (!picture) {
                               answer("the picture of the page could not be taken: " +
-                                     (error ? utf8Of(error.localizedDescription) : "the view gave no picture"));
+                                     (error ? quarl::utf8(error.localizedDescription) : "the view gave no picture"));
                               return;
                             }
                             NSBitmapImageRep* bitmap = [[NSBitmapImageRep alloc] initWithData:picture.TIFFRepresentation];
