@@ -36,6 +36,24 @@ DocumentText cutToAnswer(std::string text, bool truncated) {
 
 }  // namespace
 
+bool PdfPages::wantsMore() const { return units_ <= textMax; }
+
+void PdfPages::add(std::string page) {
+  ++read_;
+  page = repairedUtf8(page);
+  // Readers end a page with a form feed or spaces; pages are told apart by an empty line instead.
+  page.erase(page.find_last_not_of(" \t\r\n\f") + 1);
+  anyText_ = anyText_ || !page.empty();
+  if (!text_.empty()) text_ += "\n\n";
+  units_ += utf16Length(page) + 2;
+  text_ += page;
+}
+
+DocumentText PdfPages::text(std::int64_t pages) && {
+  if (!anyText_) return failure(FileText::pdfWithoutText);
+  return DocumentText{std::move(text_), read_ < pages, pages, read_, std::nullopt};
+}
+
 DocumentText extractDocumentText(const std::string& path, FileIdentity identity) {
   const auto file = openFoundFile(path, identity);
   const auto status = file.fd() < 0 ? std::nullopt : plainFileOn(file.fd());

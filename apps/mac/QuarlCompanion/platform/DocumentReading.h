@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -15,6 +16,24 @@ namespace quarl {
 // as FileText reads them, PDFs and rich documents through the platform's readers; the text is
 // cut to what a step's answer carries. Reads at most a few hundred megabytes.
 DocumentText extractDocumentText(const std::string& path, FileIdentity identity);
+
+// A PDF's pages joined as a platform's reader takes them out, an empty line between two: the
+// reader stops asking once there is more than an answer carries.
+class PdfPages {
+ public:
+  bool wantsMore() const;
+  // One page's text, in UTF-8, as the reader gave it.
+  void add(std::string page);
+  // The text of the pages added, of `pages` in all; "That PDF has no text Quarl can read on the
+  // Mac (it may be a scan)." when none had any.
+  DocumentText text(std::int64_t pages) &&;
+
+ private:
+  std::string text_;
+  std::size_t units_ = 0;
+  std::int64_t read_ = 0;
+  bool anyText_ = false;
+};
 
 // The platform's readers, each fed the whole file. The text they give back may be longer than
 // an answer carries; it is cut afterwards.

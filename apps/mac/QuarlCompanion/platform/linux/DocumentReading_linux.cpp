@@ -6,15 +6,12 @@
 #include <memory>
 
 #include "FileText.h"
-#include "OperatorStepOutcome.h"
-#include "Utf16Text.h"
 #include "platform/DocumentReading.h"
 
 namespace quarl {
 
 namespace {
 
-constexpr std::size_t textMax = OperatorStepOutcome::fileTextMax;
 // What one XML part of a DOCX or ODT may inflate to: more is a zip bomb, not a letter.
 constexpr zip_uint64_t xmlPartMax = 64'000'000;
 
@@ -60,24 +57,13 @@ DocumentText pdfDocumentText(const std::string& bytes) {
       poppler::document::load_from_raw_data(bytes.data(), static_cast<int>(bytes.size())));
   if (!document || document->is_locked()) return failure(FileText::pdfUnopenable);
   const int pages = document->pages();
-  std::string text;
-  std::size_t units = 0;
-  int read = 0;
-  bool anyText = false;
-  while (read < pages && units <= textMax) {
-    std::unique_ptr<poppler::page> page(document->create_page(read++));
-    if (!page) continue;
-    const auto utf8 = page->text().to_utf8();
-    // Poppler ends a page with a form feed; pages are told apart by an empty line instead.
-    std::string pageText = repairedUtf8(std::string_view(utf8.data(), utf8.size()));
-    pageText.erase(pageText.find_last_not_of(" \t\r\n\f") + 1);
-    anyText = anyText || pageText.find_first_not_of(" \t\r\n\f") != std::string::npos;
-    if (!text.empty()) text += "\n\n";
-    text += pageText;
-    units += utf16Length(pageText) + 2;
+  PdfPages read;
+  for (int at = 0; at < pages && read.wantsMore(); ++at) {
+    std::unique_ptr<poppler::page> page(document->create_page(at));
+    const auto utf8 = page ? page->text().to_utf8() : poppler::byte_array();
+    read.add(std::string(utf8.data(), utf8.size()));
   }
-  if (!anyText) return failure(FileText::pdfWithoutText);
-  return DocumentText{std::move(text), read < pages, pages, read, std::nullopt};
+  return std::move(read).text(pages);
 }
 
 // DOCX and ODT through their XML; Linux has no reader for the other word processors' forms.

@@ -4,8 +4,6 @@
 #import <PDFKit/PDFKit.h>
 
 #include "FileText.h"
-#include "OperatorStepOutcome.h"
-#include "Utf16Text.h"
 #include "platform/mac/Text_mac.h"
 
 namespace quarl {
@@ -43,20 +41,11 @@ DocumentText pdfDocumentText(const std::string& bytes) {
     PDFDocument* document = [[PDFDocument alloc] initWithData:data];
     if (!document || document.isLocked) return failure(FileText::pdfUnopenable);
     const auto pages = static_cast<std::int64_t>(document.pageCount);
-    std::string text;
-    std::size_t units = 0;
-    std::int64_t read = 0;
-    bool anyText = false;
-    while (read < pages && units <= OperatorStepOutcome::fileTextMax) {
-      auto pageText = utf8([document pageAtIndex:static_cast<NSUInteger>(read++)].string);
-      pageText.erase(pageText.find_last_not_of(" \t\r\n\f") + 1);
-      anyText = anyText || pageText.find_first_not_of(" \t\r\n\f") != std::string::npos;
-      if (!text.empty()) text += "\n\n";
-      text += pageText;
-      units += utf16Length(pageText) + 2;
+    PdfPages read;
+    for (std::int64_t at = 0; at < pages && read.wantsMore(); ++at) {
+      read.add(utf8([document pageAtIndex:static_cast<NSUInteger>(at)].string));
     }
-    if (!anyText) return failure(FileText::pdfWithoutText);
-    return DocumentText{std::move(text), read < pages, pages, read, std::nullopt};
+    return std::move(read).text(pages);
   }
 }
 
