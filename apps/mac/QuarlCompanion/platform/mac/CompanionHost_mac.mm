@@ -47,7 +47,7 @@ std::optional<std::string> MacCompanionHost::contactName(const std::string& hand
     if ([found count] == 0) return std::nullopt;
     NSString* name = [CNContactFormatter stringFromContact:[found objectAtIndex:0] style:CNContactFormatterStyleFullName];
     if ([name length] == 0) return std::nullopt;
-    return std::string([name UTF8String]);
+    return utf8(name);
   }
 }
 

@@ -1,6 +1,8 @@
 #include "platform/HostIdentity.h"
 
 #import <Foundation/Foundation.h>
+
+#include "platform/mac/Text_mac.h"
 #import <SystemConfiguration/SystemConfiguration.h>
 
 #include <cstdlib>
@@ -11,7 +13,7 @@ namespace {
 
 std::string bundleString(NSString* key, const char* otherwise) {
   id value = [[NSBundle mainBundle] objectForInfoDictionaryKey:key];
-  return [value isKindOfClass:[NSString class]] ? std::string([value UTF8String]) : otherwise;
+  return [value isKindOfClass:[NSString class]] ? utf8(value) : otherwise;
 }
 
 }  // namespace
@@ -24,7 +26,7 @@ ClientIdentity hostIdentity() {
     const NSOperatingSystemVersion system = [[NSProcessInfo processInfo] operatingSystemVersion];
     NSString* name = CFBridgingRelease(SCDynamicStoreCopyComputerName(nullptr, nullptr));
     return ClientIdentity{"macos", std::strtoll(bundleString(@"CFBundleVersion", "0").c_str(), nullptr, 10),
-                          bundleString(@"CFBundleShortVersionString", "0"), name ? [name UTF8String] : "Mac",
+                          bundleString(@"CFBundleShortVersionString", "0"), name ? utf8(name) : "Mac",
                           "macOS " + std::to_string(system.majorVersion) + "." + std::to_string(system.minorVersion) +
                               "." + std::to_string(system.patchVersion)};
   }

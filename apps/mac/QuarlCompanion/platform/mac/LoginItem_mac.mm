@@ -23,7 +23,7 @@ std::optional<std::string> MacLoginItem::registerMainApplication() {
   @autoreleasepool {
     NSError* error = nil;
     if ([[SMAppService mainAppService] registerAndReturnError:&error]) return std::nullopt;
-    return std::string(error ? [[error localizedDescription] UTF8String] : "no reason was given");
+    return error ? utf8([error localizedDescription]) : std::string("no reason was given");
   }
 }
 

@@ -10,8 +10,6 @@ namespace json = boost::json;
 
 namespace {
 
-std::string utf8(NSString* value) { return std::string([value UTF8String]); }
-
 id propertyOf(const json::value& value) {
   if (value.is_string()) return nsString(value.get_string());
   if (value.is_bool()) return [NSNumber numberWithBool:value.get_bool()];

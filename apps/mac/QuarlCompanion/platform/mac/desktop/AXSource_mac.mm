@@ -48,9 +48,9 @@ std::optional<std::string> MacAXSource::string(std::string_view attribute, const
     CFTypeRef value = copied(attribute, of);
     if (!value) return std::nullopt;
     id object = CFBridgingRelease(value);
-    if ([object isKindOfClass:[NSString class]]) return std::string([(NSString*)object UTF8String]);
+    if ([object isKindOfClass:[NSString class]]) return utf8((NSString*)object);
     // A slider's or a stepper's value is a number; it is read as the text it shows.
-    if ([object isKindOfClass:[NSNumber class]]) return std::string([[(NSNumber*)object stringValue] UTF8String]);
+    if ([object isKindOfClass:[NSNumber class]]) return utf8([(NSNumber*)object stringValue]);
     return std::nullopt;
   }
 }
@@ -88,8 +88,8 @@ std::vector<RunningApp> MacAXSource::runningApps() {
     for (NSRunningApplication* running in [[NSWorkspace sharedWorkspace] runningApplications]) {
       if ([running activationPolicy] != NSApplicationActivationPolicyRegular) continue;
       RunningApp app;
-      app.name = [running localizedName] ? std::string([[running localizedName] UTF8String]) : std::string();
-      if ([running bundleIdentifier]) app.bundleId = std::string([[running bundleIdentifier] UTF8String]);
+      app.name = utf8([running localizedName]);
+      if ([running bundleIdentifier]) app.bundleId = utf8([running bundleIdentifier]);
       app.frontmost = [running isActive] == YES;
       app.hidden = [running isHidden] == YES;
       app.processId = [running processIdentifier];
