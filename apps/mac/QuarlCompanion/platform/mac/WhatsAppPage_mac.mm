@@ -142,6 +142,9 @@ void MacWhatsAppPage::create() {
   view_->delegate = [[QuarlWhatsAppDelegate alloc] init];
   WKWebViewConfiguration* configuration = [[WKWebViewConfiguration alloc] init];
   configuration.websiteDataStore = [WKWebsiteDataStore defaultDataStore];
+  // The parked window is never on screen, and WebKit suspends a page out of sight by default:
+  // WhatsApp's page must keep running to hear messages as they come.
+  configuration.preferences.inactiveSchedulingPolicy = WKInactiveSchedulingPolicyNone;
   WKUserScript* shim = [[WKUserScript alloc] initWithSource:nsString(WhatsAppWeb::visibilityShimScript())
                                               injectionTime:WKUserScriptInjectionTimeAtDocumentStart
                                            forMainFrameOnly:NO];

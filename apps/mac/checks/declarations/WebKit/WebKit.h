@@ -1,5 +1,6 @@
 // WebKit (WKWebView and its configuration, cookie store, messages, downloads and file picker;
-// user scripts, navigation and permission decisions, scripts and snapshots of the page),
+// user scripts, navigation and permission decisions, scripts and snapshots of the page, how a
+// page out of sight is scheduled),
 // as the Mac layer uses it: declarations for the Objective-C++ check only.
 #pragma once
 
@@ -100,8 +101,21 @@ typedef NS_ENUM(NSInteger, WKNavigationResponsePolicy) {
 - (void)addUserScript:(WKUserScript*)userScript;
 @end
 
+// macOS 14.
+typedef NS_ENUM(NSInteger, WKInactiveSchedulingPolicy) {
+  WKInactiveSchedulingPolicySuspend,
+  WKInactiveSchedulingPolicyThrottle,
+  WKInactiveSchedulingPolicyNone,
+};
+
+@interface WKPreferences : NSObject
+// macOS 14.
+@property WKInactiveSchedulingPolicy inactiveSchedulingPolicy;
+@end
+
 @interface WKWebViewConfiguration : NSObject
 @property(strong) WKWebsiteDataStore* websiteDataStore;
+@property(strong) WKPreferences* preferences;
 @property(strong) WKUserContentController* userContentController;
 @end
 
