@@ -26,7 +26,7 @@ struct AXNode {
 // deleter lets it go.
 using AXElement = std::shared_ptr<void>;
 
-// The three questions the walk asks of the platform, named as the Mac's accessibility
+// The questions the walk asks of the platform, named as the Mac's accessibility
 // attributes ("AXRole", "AXTitle", "AXEnabled", ...). Each answer is bounded in time by the
 // platform: a hung app answers nothing rather than stalling the walk. `children` answers the
 // first `atMost` children only, so a list of thousands costs no more than the walk will visit.
@@ -36,6 +36,10 @@ class AXElementSource {
   virtual std::optional<std::string> string(std::string_view attribute, const AXElement& of) = 0;
   virtual std::optional<bool> boolean(std::string_view attribute, const AXElement& of) = 0;
   virtual std::vector<AXElement> children(const AXElement& of, std::size_t atMost) = 0;
+  // What the walk shows of `of`, children aside: its role ("AXUnknown" when it has none),
+  // subrole, title, description, value and whether it is enabled. Asked one attribute at a
+  // time here; a platform that can ask for several in one round trip to the app does.
+  virtual AXNode attributes(const AXElement& of);
 };
 
 }  // namespace quarl

@@ -13,13 +13,7 @@ class Walker {
 
   AXNode read(const AXElement& element, int depth) {
     ++visited_;
-    AXNode node;
-    node.role = source_.string("AXRole", element).value_or("AXUnknown");
-    node.subrole = source_.string("AXSubrole", element);
-    node.title = source_.string("AXTitle", element);
-    node.label = source_.string("AXDescription", element);
-    node.value = source_.string("AXValue", element);
-    node.enabled = source_.boolean("AXEnabled", element);
+    AXNode node = source_.attributes(element);
     if (kept_ && AXSnapshot::isActionableRole(node.role)) {
       node.ref = kept_->size();
       kept_->push_back(element);
@@ -41,6 +35,17 @@ class Walker {
 };
 
 }  // namespace
+
+AXNode AXElementSource::attributes(const AXElement& of) {
+  AXNode node;
+  node.role = string("AXRole", of).value_or("AXUnknown");
+  node.subrole = string("AXSubrole", of);
+  node.title = string("AXTitle", of);
+  node.label = string("AXDescription", of);
+  node.value = string("AXValue", of);
+  node.enabled = boolean("AXEnabled", of);
+  return node;
+}
 
 AXNode AXWalk::build(AXElementSource& source, const AXElement& root, int maxDepth, std::size_t maxNodes) {
   return Walker(source, maxDepth, maxNodes, nullptr).read(root, 0);

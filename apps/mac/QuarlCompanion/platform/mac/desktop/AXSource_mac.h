@@ -14,6 +14,7 @@ class MacAXSource final : public AXUISource {
   std::optional<std::string> string(std::string_view attribute, const AXElement& of) override;
   std::optional<bool> boolean(std::string_view attribute, const AXElement& of) override;
   std::vector<AXElement> children(const AXElement& of, std::size_t atMost) override;
+  AXNode attributes(const AXElement& of) override;
   std::vector<RunningApp> runningApps() override;
   std::optional<AXElement> frontWindow(std::int64_t processId) override;
   std::optional<AXElement> focusedElement(std::int64_t processId) override;

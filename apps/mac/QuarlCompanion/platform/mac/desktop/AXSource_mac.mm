@@ -25,6 +25,19 @@ CFTypeRef copied(std::string_view attribute, const AXElement& of) {
   return value;
 }
 
+// An attribute's value as text: a string as it is, and a slider's or a stepper's number as
+// the text it shows.
+std::optional<std::string> textOf(id value) {
+  if ([value isKindOfClass:[NSString class]]) return utf8((NSString*)value);
+  if ([value isKindOfClass:[NSNumber class]]) return utf8([(NSNumber*)value stringValue]);
+  return std::nullopt;
+}
+
+std::optional<bool> booleanOf(CFTypeRef value) {
+  if (!value || CFGetTypeID(value) != CFBooleanGetTypeID()) return std::nullopt;
+  return CFBooleanGetValue(static_cast<CFBooleanRef>(value));
+}
+
 }  // namespace
 
 AXElement MacAXSource::application(std::int64_t processId) {
@@ -47,21 +60,41 @@ std::optional<std::string> MacAXSource::string(std::string_view attribute, const
   @autoreleasepool {
     CFTypeRef value = copied(attribute, of);
     if (!value) return std::nullopt;
-    id object = CFBridgingRelease(value);
-    if ([object isKindOfClass:[NSString class]]) return utf8((NSString*)object);
-    // A slider's or a stepper's value is a number; it is read as the text it shows.
-    if ([object isKindOfClass:[NSNumber class]]) return utf8([(NSNumber*)object stringValue]);
-    return std::nullopt;
+    return textOf(CFBridgingRelease(value));
   }
 }
 
 std::optional<bool> MacAXSource::boolean(std::string_view attribute, const AXElement& of) {
   CFTypeRef value = copied(attribute, of);
   if (!value) return std::nullopt;
-  std::optional<bool> answer;
-  if (CFGetTypeID(value) == CFBooleanGetTypeID()) answer = CFBooleanGetValue(static_cast<CFBooleanRef>(value));
+  const auto answer = booleanOf(value);
   CFRelease(value);
   return answer;
+}
+
+// All six in one round trip to the app rather than six. An attribute the element lacks comes
+// back as an error value in its place, which reads as none.
+AXNode MacAXSource::attributes(const AXElement& of) {
+  AXNode node;
+  node.role = "AXUnknown";
+  @autoreleasepool {
+    NSArray* names = [NSArray
+        arrayWithObjects:@"AXRole", @"AXSubrole", @"AXTitle", @"AXDescription", @"AXValue", @"AXEnabled", nil];
+    CFArrayRef values = nullptr;
+    if (AXUIElementCopyMultipleAttributeValues(raw(of), (__bridge CFArrayRef)names, 0, &values) != kAXErrorSuccess ||
+        !values) {
+      return node;
+    }
+    NSArray* answers = CFBridgingRelease(values);
+    if (answers.count != names.count) return node;
+    node.role = textOf([answers objectAtIndex:0]).value_or("AXUnknown");
+    node.subrole = textOf([answers objectAtIndex:1]);
+    node.title = textOf([answers objectAtIndex:2]);
+    node.label = textOf([answers objectAtIndex:3]);
+    node.value = textOf([answers objectAtIndex:4]);
+    node.enabled = booleanOf((__bridge CFTypeRef)[answers objectAtIndex:5]);
+  }
+  return node;
 }
 
 std::vector<AXElement> MacAXSource::children(const AXElement& of, std::size_t atMost) {
