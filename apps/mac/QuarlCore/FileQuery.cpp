@@ -15,19 +15,34 @@ bool separates(char c) {
   return byte < 0x80 && !std::isalnum(byte);
 }
 
-}  // namespace
-
-std::optional<FileQuery> FileQuery::from(std::string_view query) {
-  const auto folded = searchFolded(query);
-  FileQuery result;
+// The words of `text`, in order, each once.
+std::vector<std::string> wordsOf(std::string_view text) {
+  std::vector<std::string> words;
   std::string word;
-  for (const char c : folded + " ") {
+  for (const char c : std::string(text) + " ") {
     if (!separates(c)) {
       word += c;
     } else if (!word.empty()) {
-      if (std::find(result.words.begin(), result.words.end(), word) == result.words.end()) result.words.push_back(word);
+      if (std::find(words.begin(), words.end(), word) == words.end()) words.push_back(word);
       word.clear();
     }
+  }
+  return words;
+}
+
+}  // namespace
+
+std::optional<FileQuery> FileQuery::from(std::string_view query) {
+  FileQuery result;
+  // Folding can join, split or empty a typed word ("ﬁ!x", a lone accent): a typed word stays
+  // only when its folding left a word to match.
+  for (auto& typed : wordsOf(repairedUtf8(query))) {
+    const auto folded = wordsOf(searchFolded(typed));
+    if (folded.empty()) continue;
+    for (const auto& word : folded) {
+      if (std::find(result.words.begin(), result.words.end(), word) == result.words.end()) result.words.push_back(word);
+    }
+    result.typedWords.push_back(std::move(typed));
   }
   if (result.words.empty()) return std::nullopt;
   return result;

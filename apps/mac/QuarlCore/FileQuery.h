@@ -14,6 +14,9 @@ struct FileQuery {
   static constexpr std::string_view unfinished = "The search of the Mac's files did not finish.";
 
   std::vector<std::string> words;  // folded
+  // The words as they were typed, for an index that compares without case or diacritics itself
+  // and would not know "strasse" from the "Straße" it has.
+  std::vector<std::string> typedWords;
 
   // None when the query leaves nothing to look for: only spaces, punctuation or wildcards.
   static std::optional<FileQuery> from(std::string_view query);

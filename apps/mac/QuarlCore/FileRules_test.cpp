@@ -95,6 +95,14 @@ TEST(FileText, DocumentsBecomePlainTextAndSearchWordsFold) {
   const auto query = FileQuery::from("Résumé  2025*");
   ASSERT_TRUE(query);
   EXPECT_EQ(query->words, (std::vector<std::string>{"resume", "2025"}));
+  EXPECT_EQ(query->typedWords, (std::vector<std::string>{"Résumé", "2025"}));
+  // A typed word may fold to several words, or to none; the search index is given the typed
+  // words that leave something to match.
+  const auto folded = FileQuery::from("Straße \xEF\xBC\xA1\xEF\xBC\x81\xEF\xBC\xA2 \xCC\x81 straße");
+  ASSERT_TRUE(folded);
+  EXPECT_EQ(folded->words, (std::vector<std::string>{"strasse", "a", "b"}));
+  EXPECT_EQ(folded->typedWords,
+            (std::vector<std::string>{"Straße", "\xEF\xBC\xA1\xEF\xBC\x81\xEF\xBC\xA2", "straße"}));
   EXPECT_TRUE(query->matches(searchFolded("RESUME_2025.pdf")) && FileQuery::from("ÜBER")->matches(searchFolded("über-x")));
   EXPECT_FALSE(query->matches(searchFolded("Resume 2024.pdf"))) << "every word must be there";
 }

@@ -10,12 +10,12 @@ namespace quarl {
 
 namespace {
 
-// Every word in the name, or every word in the text: each compared without case or
-// diacritics, as a "*word*" pattern. The words are handed over as arguments, never as part
-// of the format, so nothing in them is read as the predicate's syntax.
+// Every word in the name, or every word in the text: each as it was typed, which Spotlight
+// compares without case or diacritics, as a "*word*" pattern. The words are handed over as
+// arguments, never as part of the format, so nothing in them is read as the predicate's syntax.
 NSPredicate* everyWordIn(NSString* attribute, const FileQuery& query) {
   NSMutableArray* each = [NSMutableArray array];
-  for (const auto& word : query.words) {
+  for (const auto& word : query.typedWords) {
     [each addObject:[NSPredicate predicateWithFormat:@"%K LIKE[cd] %@", attribute, nsString("*" + word + "*")]];
   }
   return [NSCompoundPredicate andPredicateWithSubpredicates:each];
