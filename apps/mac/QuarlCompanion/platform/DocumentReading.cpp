@@ -64,6 +64,9 @@ DocumentText extractDocumentText(const std::string& path, FileIdentity identity)
     if (!bytes) return failure(FileText::fileUnreadable);
     return cutToAnswer(FileText::fromPlain(*bytes), status->bytes > plainReadMax);
   }
+  if (form == FileText::Form::rich && !readsRichDocument(FileReadPolicy::extension(path))) {
+    return failure(FileText::documentUnreadable);
+  }
   if (status->bytes > documentReadMax) return failure(FileText::documentUnreadable);
   const auto bytes = readUpTo(file.fd(), documentReadMax);
   if (!bytes) return failure(FileText::fileUnreadable);

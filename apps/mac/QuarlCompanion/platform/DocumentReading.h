@@ -40,6 +40,9 @@ class PdfPages {
 // A PDF's text, page by page, pages apart by an empty line; reading may stop once there is
 // more than an answer carries, saying how many pages it read.
 DocumentText pdfDocumentText(const std::string& bytes);
+// Whether the platform has a reader for word processors' documents with `extension`: one it
+// has none for is refused before a byte of it is read.
+bool readsRichDocument(std::string_view extension);
 // The text of a word processor's document (Word, OpenDocument, RTF and the like), chosen by
 // its extension; "That document could not be read." for a kind the platform cannot read.
 DocumentText richDocumentText(std::string_view extension, const std::string& bytes);

@@ -67,6 +67,8 @@ DocumentText pdfDocumentText(const std::string& bytes) {
 }
 
 // DOCX and ODT through their XML; Linux has no reader for the other word processors' forms.
+bool readsRichDocument(std::string_view extension) { return extension == "docx" || extension == "odt"; }
+
 DocumentText richDocumentText(std::string_view extension, const std::string& bytes) {
   if (extension == "docx") {
     const auto xml = zipPart(bytes, "word/document.xml");

@@ -49,6 +49,10 @@ DocumentText pdfDocumentText(const std::string& bytes) {
   }
 }
 
+bool readsRichDocument(std::string_view extension) {
+  return extension == "webarchive" || documentTypeFor(extension) != nil;
+}
+
 DocumentText richDocumentText(std::string_view extension, const std::string& bytes) {
   @autoreleasepool {
     NSData* data = [NSData dataWithBytesNoCopy:const_cast<char*>(bytes.data()) length:bytes.size() freeWhenDone:NO];
