@@ -121,7 +121,7 @@ int extractTextCommand(int argc, char** argv) {
   ::setrlimit(RLIMIT_CPU, &cpu);
 #if !defined(__SANITIZE_ADDRESS__)
   // The sanitizers reserve far more address space than this; their builds go without the cap.
-  const rlimit memory{2'000'000'000, 2'000'000'000};
+  const rlimit memory{extractTextMemoryMax, extractTextMemoryMax};
   ::setrlimit(RLIMIT_AS, &memory);
 #endif
   const FileIdentity identity{std::stoull(argv[2]), std::stoull(argv[3]), std::stoll(argv[4])};

@@ -51,6 +51,9 @@ DocumentText richDocumentText(std::string_view extension, const std::string& byt
 std::string documentTextJson(const DocumentText& text);
 DocumentText documentTextFromJson(std::string_view json);
 
+// The memory the child that reads a document may take: a document that needs more is refused.
+constexpr std::uint64_t extractTextMemoryMax = 2'000'000'000;
+
 // `quarl-companion extract-text DEVICE INODE BORN PATH`: extracts in a process of its own, under
 // limits of processor time and memory, and prints the reading as JSON. The parent ends it if
 // it takes too long, so a hostile document cannot hang a step.

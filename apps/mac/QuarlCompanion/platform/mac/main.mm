@@ -4,6 +4,7 @@
 
 #import "AppDelegate_mac.h"
 #include "DatalessFiles_mac.h"
+#include "FootprintWatch_mac.h"
 #include "platform/DocumentReading.h"
 
 // `Quarl extract-text …` is the child that reads one document for the file operator; anything
@@ -11,6 +12,7 @@
 int main(int argc, char** argv) {
   if (argc > 1 && std::string_view(argv[1]) == "extract-text") {
     quarl::neverDownloadDatalessFiles();
+    quarl::endWhenFootprintPasses(quarl::extractTextMemoryMax);
     return quarl::extractTextCommand(argc, argv);
   }
   @autoreleasepool {
