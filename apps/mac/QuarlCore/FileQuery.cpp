@@ -34,15 +34,15 @@ std::vector<std::string> wordsOf(std::string_view text) {
 
 std::optional<FileQuery> FileQuery::from(std::string_view query) {
   FileQuery result;
-  // Folding can join, split or empty a typed word ("ﬁ!x", a lone accent): a typed word stays
-  // only when its folding left a word to match.
+  // Folding splits a typed word at a no-break or ideographic space or at full-width punctuation,
+  // and empties a lone accent: a typed word stays only when its folding left a word to match.
   for (auto& typed : wordsOf(repairedUtf8(query))) {
-    const auto folded = wordsOf(searchFolded(typed));
+    auto folded = wordsOf(searchFolded(typed));
     if (folded.empty()) continue;
     for (const auto& word : folded) {
       if (std::find(result.words.begin(), result.words.end(), word) == result.words.end()) result.words.push_back(word);
     }
-    result.typedWords.push_back(std::move(typed));
+    result.typedWords.push_back({std::move(typed), std::move(folded)});
   }
   if (result.words.empty()) return std::nullopt;
   return result;

@@ -14,9 +14,14 @@ struct FileQuery {
   static constexpr std::string_view unfinished = "The search of the Mac's files did not finish.";
 
   std::vector<std::string> words;  // folded
-  // The words as they were typed, for an index that compares without case or diacritics itself
-  // and would not know "strasse" from the "Straße" it has.
-  std::vector<std::string> typedWords;
+  // A word as it was typed, and the folded words it stands for. An index that compares
+  // without case or diacritics itself is given both: it would not know "strasse" from the
+  // "Straße" it has, nor split "Ａ！Ｂ" or a word joined by a no-break space as folding does.
+  struct TypedWord {
+    std::string typed;
+    std::vector<std::string> folded;
+  };
+  std::vector<TypedWord> typedWords;
 
   // None when the query leaves nothing to look for: only spaces, punctuation or wildcards.
   static std::optional<FileQuery> from(std::string_view query);

@@ -95,14 +95,17 @@ TEST(FileText, DocumentsBecomePlainTextAndSearchWordsFold) {
   const auto query = FileQuery::from("Résumé  2025*");
   ASSERT_TRUE(query);
   EXPECT_EQ(query->words, (std::vector<std::string>{"resume", "2025"}));
-  EXPECT_EQ(query->typedWords, (std::vector<std::string>{"Résumé", "2025"}));
-  // A typed word may fold to several words, or to none; the search index is given the typed
-  // words that leave something to match.
-  const auto folded = FileQuery::from("Straße \xEF\xBC\xA1\xEF\xBC\x81\xEF\xBC\xA2 \xCC\x81 straße");
-  ASSERT_TRUE(folded);
-  EXPECT_EQ(folded->words, (std::vector<std::string>{"strasse", "a", "b"}));
-  EXPECT_EQ(folded->typedWords,
-            (std::vector<std::string>{"Straße", "\xEF\xBC\xA1\xEF\xBC\x81\xEF\xBC\xA2", "straße"}));
+  // A typed word may fold to several words, or to none; the search index is given each typed
+  // word that leaves something to match, with the words it folds to.
+  const auto typed = FileQuery::from("Straße report\xC2\xA0\xEF\xBC\xA6inal \xCC\x81 straße");
+  ASSERT_TRUE(typed);
+  EXPECT_EQ(typed->words, (std::vector<std::string>{"strasse", "report", "final"}));
+  ASSERT_EQ(typed->typedWords.size(), 3U);
+  EXPECT_EQ(typed->typedWords[0].typed, "Straße");
+  EXPECT_EQ(typed->typedWords[0].folded, std::vector<std::string>{"strasse"});
+  EXPECT_EQ(typed->typedWords[1].typed, "report\xC2\xA0\xEF\xBC\xA6inal");
+  EXPECT_EQ(typed->typedWords[1].folded, (std::vector<std::string>{"report", "final"}));
+  EXPECT_EQ(typed->typedWords[2].typed, "straße");
   EXPECT_TRUE(query->matches(searchFolded("RESUME_2025.pdf")) && FileQuery::from("ÜBER")->matches(searchFolded("über-x")));
   EXPECT_FALSE(query->matches(searchFolded("Resume 2024.pdf"))) << "every word must be there";
 }

@@ -51,7 +51,7 @@ DocumentText richDocumentText(std::string_view extension, const std::string& byt
 std::string documentTextJson(const DocumentText& text);
 DocumentText documentTextFromJson(std::string_view json);
 
-// The memory the child that reads a document may take: a document that needs more is refused.
+// The memory the child that reads a document may take: it ends when a document needs more.
 constexpr std::uint64_t extractTextMemoryMax = 2'000'000'000;
 
 // `quarl-companion extract-text DEVICE INODE BORN PATH`: extracts in a process of its own, under

@@ -10,13 +10,22 @@ namespace quarl {
 
 namespace {
 
-// Every word in the name, or every word in the text: each as it was typed, which Spotlight
-// compares without case or diacritics, as a "*word*" pattern. The words are handed over as
-// arguments, never as part of the format, so nothing in them is read as the predicate's syntax.
+NSPredicate* contains(NSString* attribute, const std::string& word) {
+  return [NSPredicate predicateWithFormat:@"%K LIKE[cd] %@", attribute, nsString("*" + word + "*")];
+}
+
+// Every word in the name, or every word in the text, each as a "*word*" pattern that Spotlight
+// compares without case or diacritics: a word is found as it was typed, or as all the words it
+// folds to. The words are handed over as arguments, never as part of the format, so nothing in
+// them is read as the predicate's syntax.
 NSPredicate* everyWordIn(NSString* attribute, const FileQuery& query) {
   NSMutableArray* each = [NSMutableArray array];
   for (const auto& word : query.typedWords) {
-    [each addObject:[NSPredicate predicateWithFormat:@"%K LIKE[cd] %@", attribute, nsString("*" + word + "*")]];
+    NSMutableArray* pieces = [NSMutableArray array];
+    for (const auto& piece : word.folded) [pieces addObject:contains(attribute, piece)];
+    NSPredicate* folded = [NSCompoundPredicate andPredicateWithSubpredicates:pieces];
+    NSArray* either = [NSArray arrayWithObjects:contains(attribute, word.typed), folded, nil];
+    [each addObject:[NSCompoundPredicate orPredicateWithSubpredicates:either]];
   }
   return [NSCompoundPredicate andPredicateWithSubpredicates:each];
 }

@@ -25,7 +25,8 @@ std::uint64_t footprint() {
 void endWhenFootprintPasses(std::uint64_t bytes) {
   std::thread([bytes] {
     for (;;) {
-      // Nothing is flushed or unwound: the parent reads the exit as a document it could not read.
+      // Nothing is flushed or unwound: the parent hears a child that failed, and says the file
+      // could not be read.
       if (footprint() > bytes) ::_exit(3);
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }

@@ -142,8 +142,8 @@ void MacWhatsAppPage::create() {
   view_->delegate = [[QuarlWhatsAppDelegate alloc] init];
   WKWebViewConfiguration* configuration = [[WKWebViewConfiguration alloc] init];
   configuration.websiteDataStore = [WKWebsiteDataStore defaultDataStore];
-  // The parked window is never on screen, and WebKit suspends a page out of sight by default:
-  // WhatsApp's page must keep running to hear messages as they come.
+  // The parked window is never on screen, and by default WebKit lets the processes of a page
+  // out of use be suspended: WhatsApp's page must keep running to hear messages as they come.
   configuration.preferences.inactiveSchedulingPolicy = WKInactiveSchedulingPolicyNone;
   WKUserScript* shim = [[WKUserScript alloc] initWithSource:nsString(WhatsAppWeb::visibilityShimScript())
                                               injectionTime:WKUserScriptInjectionTimeAtDocumentStart
