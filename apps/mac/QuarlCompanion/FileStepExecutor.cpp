@@ -41,12 +41,15 @@ asio::awaitable<Outcome> FileStepExecutor::listFolder(std::string folder, std::o
   const auto home = files_->home();
   const auto located = FolderAccess::locate(folder, home);
   // Asking may wait on the owner: the system puts its consent question up the first time. It
-  // is asked before resolving too, since without consent nothing inside resolves.
+  // is asked before resolving too, since without consent nothing inside resolves; a protected
+  // folder that has said yes is not asked again once the path is resolved.
+  std::optional<std::string_view> consentedTo;
   const auto consented = [&](const std::string& path) -> asio::awaitable<bool> {
-    bool may = true;
-    if (const auto guarded = FolderAccess::protectedFolder(path, home)) {
-      co_await runOnWorker([&] { may = files_->mayOpenProtected(*guarded); });
-    }
+    const auto guarded = FolderAccess::protectedFolder(path, home);
+    if (!guarded || guarded == consentedTo) co_return true;
+    bool may = false;
+    co_await runOnWorker([&] { may = files_->mayOpenProtected(*guarded); });
+    if (may) consentedTo = guarded;
     co_return may;
   };
   if (FolderAccess::mayLook(located, home) && !co_await consented(located)) {

@@ -25,8 +25,6 @@ constexpr std::size_t textMax = OperatorStepOutcome::fileTextMax;
 constexpr std::int64_t plainReadMax = 4 * (textMax + 2);
 constexpr std::int64_t documentReadMax = 256'000'000;
 
-DocumentText failure(std::string_view sentence) { return DocumentText{{}, false, {}, {}, std::string(sentence)}; }
-
 DocumentText cutToAnswer(std::string text, bool truncated) {
   DocumentText out;
   out.truncated = truncated || utf16Length(text) > textMax;
@@ -50,26 +48,26 @@ void PdfPages::add(std::string page) {
 }
 
 DocumentText PdfPages::text(std::int64_t pages) && {
-  if (!anyText_) return failure(FileText::pdfWithoutText);
+  if (!anyText_) return DocumentText::failed(FileText::pdfWithoutText);
   return DocumentText{std::move(text_), read_ < pages, pages, read_, std::nullopt};
 }
 
 DocumentText extractDocumentText(const std::string& path, FileIdentity identity) {
   const auto file = openFoundFile(path, identity);
   const auto status = file.fd() < 0 ? std::nullopt : plainFileOn(file.fd());
-  if (!status) return failure(FileReadPolicy::movedSinceFound);
+  if (!status) return DocumentText::failed(FileReadPolicy::movedSinceFound);
   const auto form = FileText::formOf(path);
   if (form == FileText::Form::plain) {
     const auto bytes = readUpTo(file.fd(), plainReadMax);
-    if (!bytes) return failure(FileText::fileUnreadable);
+    if (!bytes) return DocumentText::failed(FileText::fileUnreadable);
     return cutToAnswer(FileText::fromPlain(*bytes), status->bytes > plainReadMax);
   }
   if (form == FileText::Form::rich && !readsRichDocument(FileReadPolicy::extension(path))) {
-    return failure(FileText::documentUnreadable);
+    return DocumentText::failed(FileText::documentUnreadable);
   }
-  if (status->bytes > documentReadMax) return failure(FileText::documentUnreadable);
+  if (status->bytes > documentReadMax) return DocumentText::failed(FileText::documentUnreadable);
   const auto bytes = readUpTo(file.fd(), documentReadMax);
-  if (!bytes) return failure(FileText::fileUnreadable);
+  if (!bytes) return DocumentText::failed(FileText::fileUnreadable);
   if (form == FileText::Form::html) return cutToAnswer(FileText::fromHtml(*bytes), false);
   auto read = form == FileText::Form::pdf ? pdfDocumentText(*bytes)
                                           : richDocumentText(FileReadPolicy::extension(path), *bytes);
@@ -97,10 +95,10 @@ DocumentText documentTextFromJson(std::string_view text) {
   boost::system::error_code error;
   const auto parsed = json::parse(text, error);
   // A child that answered nothing readable failed to read, whatever the document was.
-  if (error || !parsed.is_object()) return failure(FileText::fileUnreadable);
-  if (auto sentence = textField(parsed, "failure")) return failure(*sentence);
+  if (error || !parsed.is_object()) return DocumentText::failed(FileText::fileUnreadable);
+  if (auto sentence = textField(parsed, "failure")) return DocumentText::failed(*sentence);
   auto body = textField(parsed, "text");
-  if (!body) return failure(FileText::fileUnreadable);
+  if (!body) return DocumentText::failed(FileText::fileUnreadable);
   DocumentText out;
   out.text = std::move(*body);
   const auto& object = parsed.as_object();
@@ -140,7 +138,9 @@ DocumentReader documentReaderInChild(std::string executable, std::chrono::millis
                                    std::to_string(file.identity.inode), std::to_string(file.identity.bornNs),
                                    file.path},
                                   "", timeout, std::chrono::milliseconds(500));
-    if (!outcome.started || outcome.timedOut || outcome.exitCode != 0) return failure(FileText::fileUnreadable);
+    if (!outcome.started || outcome.timedOut || outcome.exitCode != 0) {
+      return DocumentText::failed(FileText::fileUnreadable);
+    }
     return documentTextFromJson(outcome.output);
   };
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "FileQuery.h"
@@ -20,6 +21,11 @@ struct DocumentText {
   std::optional<std::int64_t> pages;
   std::optional<std::int64_t> pagesRead;
   std::optional<std::string> failure;
+
+  // A reading that failed, with the sentence that says why.
+  static DocumentText failed(std::string_view sentence) { return {{}, false, {}, {}, std::string(sentence)}; }
+  // The whole text of a document, as its reader took it out.
+  static DocumentText whole(std::string text) { return {std::move(text), false, {}, {}, std::nullopt}; }
 };
 
 // The platform's work on the owner's files. Every path it hands back is resolved (links, "..",

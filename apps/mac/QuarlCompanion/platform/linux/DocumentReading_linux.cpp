@@ -15,8 +15,6 @@ namespace {
 // What one XML part of a DOCX or ODT may inflate to: more is a zip bomb, not a letter.
 constexpr zip_uint64_t xmlPartMax = 64'000'000;
 
-DocumentText failure(std::string_view sentence) { return DocumentText{{}, false, {}, {}, std::string(sentence)}; }
-
 void ignorePopplerMessage(const std::string&, void*) {}
 
 // One XML part of a ZIP archive held in memory; none when the archive or the part cannot be
@@ -55,7 +53,7 @@ DocumentText pdfDocumentText(const std::string& bytes) {
   poppler::set_debug_error_function(ignorePopplerMessage, nullptr);
   std::unique_ptr<poppler::document> document(
       poppler::document::load_from_raw_data(bytes.data(), static_cast<int>(bytes.size())));
-  if (!document || document->is_locked()) return failure(FileText::pdfUnopenable);
+  if (!document || document->is_locked()) return DocumentText::failed(FileText::pdfUnopenable);
   const int pages = document->pages();
   PdfPages read;
   for (int at = 0; at < pages && read.wantsMore(); ++at) {
@@ -72,15 +70,15 @@ bool readsRichDocument(std::string_view extension) { return extension == "docx" 
 DocumentText richDocumentText(std::string_view extension, const std::string& bytes) {
   if (extension == "docx") {
     const auto xml = zipPart(bytes, "word/document.xml");
-    if (!xml) return failure(FileText::documentUnreadable);
-    return DocumentText{FileText::fromWordXml(*xml), false, {}, {}, std::nullopt};
+    if (!xml) return DocumentText::failed(FileText::documentUnreadable);
+    return DocumentText::whole(FileText::fromWordXml(*xml));
   }
   if (extension == "odt") {
     const auto xml = zipPart(bytes, "content.xml");
-    if (!xml) return failure(FileText::documentUnreadable);
-    return DocumentText{FileText::fromOpenDocumentXml(*xml), false, {}, {}, std::nullopt};
+    if (!xml) return DocumentText::failed(FileText::documentUnreadable);
+    return DocumentText::whole(FileText::fromOpenDocumentXml(*xml));
   }
-  return failure(FileText::documentUnreadable);
+  return DocumentText::failed(FileText::documentUnreadable);
 }
 
 }  // namespace quarl

@@ -10,8 +10,6 @@ namespace quarl {
 
 namespace {
 
-DocumentText failure(std::string_view sentence) { return DocumentText{{}, false, {}, {}, std::string(sentence)}; }
-
 // The reader NSAttributedString uses for a word processor's document, by its extension.
 NSString* documentTypeFor(std::string_view extension) {
   if (extension == "rtf") return NSRTFTextDocumentType;
@@ -25,12 +23,12 @@ NSString* documentTypeFor(std::string_view extension) {
 // never handed to WebKit, which would run it and fetch what it names.
 DocumentText webArchiveText(NSData* data) {
   id archive = [NSPropertyListSerialization propertyListWithData:data options:0 format:nullptr error:nullptr];
-  if (![archive isKindOfClass:[NSDictionary class]]) return failure(FileText::documentUnreadable);
+  if (![archive isKindOfClass:[NSDictionary class]]) return DocumentText::failed(FileText::documentUnreadable);
   id main = [archive objectForKey:@"WebMainResource"];
   id html = [main isKindOfClass:[NSDictionary class]] ? [main objectForKey:@"WebResourceData"] : nil;
-  if (![html isKindOfClass:[NSData class]]) return failure(FileText::documentUnreadable);
+  if (![html isKindOfClass:[NSData class]]) return DocumentText::failed(FileText::documentUnreadable);
   const std::string_view bytes(static_cast<const char*>([html bytes]), [html length]);
-  return DocumentText{FileText::fromHtml(bytes), false, {}, {}, std::nullopt};
+  return DocumentText::whole(FileText::fromHtml(bytes));
 }
 
 }  // namespace
@@ -39,7 +37,7 @@ DocumentText pdfDocumentText(const std::string& bytes) {
   @autoreleasepool {
     NSData* data = [NSData dataWithBytesNoCopy:const_cast<char*>(bytes.data()) length:bytes.size() freeWhenDone:NO];
     PDFDocument* document = [[PDFDocument alloc] initWithData:data];
-    if (!document || document.isLocked) return failure(FileText::pdfUnopenable);
+    if (!document || document.isLocked) return DocumentText::failed(FileText::pdfUnopenable);
     const auto pages = static_cast<std::int64_t>(document.pageCount);
     PdfPages read;
     for (std::int64_t at = 0; at < pages && read.wantsMore(); ++at) {
@@ -58,14 +56,14 @@ DocumentText richDocumentText(std::string_view extension, const std::string& byt
     NSData* data = [NSData dataWithBytesNoCopy:const_cast<char*>(bytes.data()) length:bytes.size() freeWhenDone:NO];
     if (extension == "webarchive") return webArchiveText(data);
     NSString* type = documentTypeFor(extension);
-    if (!type) return failure(FileText::documentUnreadable);
+    if (!type) return DocumentText::failed(FileText::documentUnreadable);
     NSDictionary* options = [NSDictionary dictionaryWithObject:type forKey:NSDocumentTypeDocumentOption];
     NSAttributedString* document = [[NSAttributedString alloc] initWithData:data
                                                                     options:options
                                                          documentAttributes:nullptr
                                                                       error:nullptr];
-    if (!document) return failure(FileText::documentUnreadable);
-    return DocumentText{utf8(document.string), false, {}, {}, std::nullopt};
+    if (!document) return DocumentText::failed(FileText::documentUnreadable);
+    return DocumentText::whole(utf8(document.string));
   }
 }
 
